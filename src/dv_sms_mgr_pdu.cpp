@@ -1,0 +1,709 @@
+#include "dv_sms_mgr_pdu.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <bit>
+
+#include "dv_sms_mgr_log.h"
+#include "dv_sms_mgr_pdu_tables.h"
+#include "dv_sms_mgr_receive.h"
+#include "dv_sms_mgr_send.h"
+#include "dv_sms_mgr_text.h"
+#include "util.h"
+
+/* --- hexadecimal text and semi-octets --- */
+
+uint8_t hex_char_to_value(char digit)
+{
+    return hex_value_table[static_cast<uint8_t>(digit)];
+}
+
+static uint8_t hex_pair(const char *pair)
+{
+    return static_cast<uint8_t>(hex_char_to_value(pair[0]) << 4 | hex_char_to_value(pair[1]));
+}
+
+int bytes_to_hex(const uint8_t *bytes, char *text, int count)
+{
+    for (int i = 0; i < count; i++) {
+        *text++ = hex_digits[bytes[i] >> 4];
+        *text++ = hex_digits[bytes[i] & 0x0F];
+    }
+    return 2 * count;
+}
+
+int hex_to_bytes(const char *text, uint8_t *bytes, int max_bytes)
+{
+    int count = 0;
+
+    for (; count < max_bytes && text[0] != '\0' && text[1] != '\0'; text += 2)
+        bytes[count++] = hex_pair(text);
+    return count;
+}
+
+int phone_to_semi_octets(const char *digits, char *text, int count)
+{
+    int i = 0;
+
+    for (; i + 1 < count; i += 2) {
+        text[i] = digits[i + 1];
+        text[i + 1] = digits[i];
+    }
+    if (i < count) {
+        text[i] = 'F';
+        text[i + 1] = digits[i];
+        i += 2;
+    }
+    text[i] = '\0';
+    return i;
+}
+
+int semi_octets_to_text(const char *semi_octets, char *text, int count)
+{
+    const int even = count + count % 2;
+
+    for (int i = 0; i < even; i += 2) {
+        text[i] = semi_octets[i + 1];
+        text[i + 1] = semi_octets[i];
+    }
+    text[even] = '\0';
+    if (even > 0 && (text[even - 1] == 'F' || text[even - 1] == 'f')) {
+        text[even - 1] = '\0';
+        return count - 1;
+    }
+    return count;
+}
+
+int has_non_hex_letter(const char *text, int length)
+{
+    for (int i = 0; i < length; i++) {
+        const char letter = static_cast<char>(text[i] & ~0x20);
+
+        if (letter >= 'A' && letter <= 'Z' && letter != 'F')
+            return 1;
+    }
+    return 0;
+}
+
+/* --- septets --- */
+
+int dv_sms_mgr_pack_7bit(const uint8_t *septets, uint8_t *octets, int count)
+{
+    unsigned carry = 0;
+    int written = 0;
+
+    for (int i = 0; i < count; i++) {
+        const int k = i % 8;
+
+        if (k > 0)
+            octets[written++] = static_cast<uint8_t>((unsigned{septets[i]} << (8 - k)) + carry);
+        carry = static_cast<unsigned>(septets[i]) >> k;
+    }
+    if (count % 8 != 0)
+        octets[written++] = static_cast<uint8_t>(carry);
+    octets[written] = 0;
+    return written;
+}
+
+/* Eight septets, the first in the lowest bits, as eight octets. */
+static uint64_t spread_septets(uint64_t packed)
+{
+    packed = (packed & 0x000000000FFFFFFF) | (packed & 0x00FFFFFFF0000000) << 4;
+    packed = (packed & 0x00003FFF00003FFF) | (packed & 0x0FFFC0000FFFC000) << 2;
+    return (packed & 0x007F007F007F007F) | (packed & 0x3F803F803F803F80) << 1;
+}
+
+/* The octets are one stream of bits, lowest first, of which the septets are cut eight at a time. */
+int dv_sms_mgr_unpack_7bit(const uint8_t *octets, uint8_t *septets, int count, int offset)
+{
+    const int total = count > 0 ? (8 * count - offset) / 7 : 0;
+
+    for (int done = 0; done < total; done += 8, octets += 7, count -= 7) {
+        uint64_t bits = 0;
+
+        if (count >= 8)
+            memcpy(&bits, octets, 8);
+        else
+            memcpy(&bits, octets, static_cast<size_t>(count));
+        bits = spread_septets(bits >> offset);
+        if (total - done >= 8)
+            memcpy(septets + done, &bits, 8);
+        else
+            memcpy(septets + done, &bits, static_cast<size_t>(total - done));
+    }
+    septets[total] = 0;
+    return total;
+}
+static_assert(std::endian::native == std::endian::little);
+
+/* --- character sets --- */
+
+int dv_sms_mgr_utf8_seq_len(uint8_t lead)
+{
+    return utf8_length_table[lead];
+}
+
+/* The same, but never beyond the text's terminator. */
+static size_t sequence_in_text(const char *text)
+{
+    return strnlen(text, utf8_length_table[static_cast<uint8_t>(*text)]);
+}
+
+int dv_sms_mgr_utf8_char_count(const char *text)
+{
+    int count = 0;
+
+    if (text == nullptr)
+        return 0;
+    for (; *text != '\0'; text += sequence_in_text(text))
+        count++;
+    return count;
+}
+
+void dv_sms_mgr_insert_escape(int position, int length, uint8_t code)
+{
+    const int last = length - 1 < SEND_TEXT_MAX - 1 ? length - 1 : SEND_TEXT_MAX - 1;
+    char *at = dv_sms_send_text + position;
+
+    memmove(at + 1, at, static_cast<size_t>(last - position + 1));
+    at[0] = GSM7_ESCAPE;
+    at[1] = static_cast<char>(code);
+}
+
+int dv_sms_mgr_ascii_to_gsm7(int length)
+{
+    for (int i = 0; i < length; i++) {
+        const gsm7_code to = ascii_to_gsm7_table[static_cast<uint8_t>(dv_sms_send_text[i])];
+
+        if (!to.escaped) {
+            dv_sms_send_text[i] = static_cast<char>(to.code);
+            continue;
+        }
+        dv_sms_mgr_insert_escape(i, length, to.code);
+        i++;
+        if (++length > SEND_TEXT_MAX)
+            break;
+    }
+    return length;
+}
+
+/* Converts the code at `i`, or the escape there and the code behind it. The position behind. */
+static int convert_gsm7_one(const uint8_t *codes, int count, int i, char **out)
+{
+    const uint8_t code = codes[i++];
+
+    if (code != GSM7_ESCAPE) {
+        const uint16_t utf8 = gsm7_to_utf8_table[code & 0x7F];
+
+        if (utf8 > 0xFF)
+            *(*out)++ = static_cast<char>(utf8 >> 8);
+        *(*out)++ = static_cast<char>(utf8);
+        return i;
+    }
+    const uint8_t extension = i < count ? codes[i] : 0; /* none behind a trailing escape */
+
+    if (extension == GSM7_EXT_EURO) {
+        memcpy(*out, "\xE2\x82\xAC", 3);
+        *out += 3;
+    } else {
+        *(*out)++ = static_cast<char>(extension < extension_table.size() ? extension_table[extension] : 0xFF);
+    }
+    return i + 1;
+}
+
+/* Eight codes that are one byte each: the common case, taken at once. false: they are not. */
+static bool convert_gsm7_eight(const uint8_t *codes, char *out)
+{
+    char eight[8];
+    unsigned seen = 0;
+
+    for (int i = 0; i < 8; i++) {
+        const uint16_t utf8 = gsm7_to_utf8_table[codes[i] & 0x7F];
+
+        eight[i] = static_cast<char>(utf8);
+        seen |= utf8;
+    }
+    if (seen > 0xFF)
+        return false;
+    memcpy(out, eight, sizeof eight);
+    return true;
+}
+
+/* The end of the text. */
+static char *convert_gsm7(const uint8_t *codes, int count, char *out)
+{
+    for (int i = 0; i < count;) {
+        const int end = i + 8 < count ? i + 8 : count;
+
+        if (end - i == 8 && convert_gsm7_eight(codes + i, out)) {
+            out += 8;
+            i = end;
+        }
+        while (i < end)
+            i = convert_gsm7_one(codes, count, i, &out);
+    }
+    return out;
+}
+
+/* In place; the end of the text. */
+static char *gsm7_to_utf8_in_place(char *buffer, int count)
+{
+    uint8_t codes[PDU_WORK_SIZE];
+
+    memcpy(codes, buffer, static_cast<size_t>(count));
+    memset(buffer, 0, static_cast<size_t>(count));
+    return convert_gsm7(codes, count, buffer);
+}
+
+void dv_sms_mgr_gsm7_to_utf8(char *buffer, int count)
+{
+    gsm7_to_utf8_in_place(buffer, count);
+}
+
+int dv_sms_mgr_gsm7_to_ucs2(char *buffer, int count)
+{
+    uint8_t codes[PDU_WORK_SIZE];
+    int written = 0;
+
+    memcpy(codes, buffer, static_cast<size_t>(count));
+    memset(buffer, 0, static_cast<size_t>(count));
+    for (int i = 0; i < count; i++) {
+        uint16_t value = national_table[codes[i] & 0x7F];
+
+        if (codes[i] == GSM7_ESCAPE)
+            value = national_extension_table[++i < count ? codes[i] & 0x7F : 0];
+        buffer[written++] = static_cast<char>(value >> 8);
+        buffer[written++] = static_cast<char>(value);
+    }
+    return written;
+}
+
+int dv_sms_mgr_utf8_to_unicode_one(const char *sequence, uint32_t *value, int length)
+{
+    static constexpr uint8_t lead_bits[] = {0, 0xFF, 0x1F, 0x0F, 0x07, 0x03, 0x01};
+
+    *value = 0;
+    if (length < 1 || length > 6)
+        return 0;
+    uint32_t result = static_cast<uint8_t>(sequence[0]) & lead_bits[length];
+
+    for (int i = 1; i < length; i++) {
+        if (!is_utf8_continuation(sequence[i]))
+            return 0;
+        result = result << 6 | (static_cast<uint8_t>(sequence[i]) & 0x3F);
+    }
+    *value = result;
+    return length;
+}
+
+const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, int max_chars)
+{
+    if (output == nullptr) {
+        DV_EVENT("output_str is NULL, return");
+        return nullptr;
+    }
+    for (; max_chars > 0 && *text != '\0'; max_chars--) {
+        char sequence[6 + 1] = {};
+        const size_t length = sequence_in_text(text);
+        uint32_t value;
+
+        memcpy(sequence, text, length); /* one cut short by the text's end is malformed: 0 */
+        dv_sms_mgr_utf8_to_unicode_one(sequence, &value, dv_sms_mgr_utf8_seq_len(static_cast<uint8_t>(*text)));
+        const uint8_t octets[] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+
+        output += bytes_to_hex(octets, output, 2);
+        text += length;
+    }
+    *output = '\0';
+    return text;
+}
+
+int dv_sms_mgr_unicode_to_utf8_one(uint32_t value, char *output, int capacity)
+{
+    static constexpr uint32_t limits[] = {0x80, 0x800, 0x10000, 0x200000, 0x4000000, 0x80000000};
+    static constexpr uint8_t leads[] = {0x00, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC};
+    int more = 0; /* continuation bytes */
+
+    if (output == nullptr || capacity <= 6) {
+        DV_EVENT("output error");
+        return -1;
+    }
+    while (more < 6 && value >= limits[more])
+        more++;
+    if (more == 6)
+        return 0;
+    for (int i = more; i > 0; i--, value >>= 6)
+        output[i] = static_cast<char>(0x80 | (value & 0x3F));
+    output[0] = static_cast<char>(leads[more] | value);
+    return more + 1;
+}
+
+void dv_sms_mgr_ucs2_to_utf8_string(const uint8_t *ucs2, char *output, int bytes)
+{
+    for (int i = 0; i < bytes; i += 2) {
+        const unsigned low = i + 1 < bytes ? ucs2[i + 1] : 0;
+        char utf8[16] = {};
+        const int length = dv_sms_mgr_unicode_to_utf8_one(static_cast<unsigned>(ucs2[i]) << 8 | low, utf8, sizeof utf8);
+
+        memcpy(output, utf8, static_cast<size_t>(length));
+        output += length;
+    }
+    *output = '\0';
+}
+
+/* --- decoding --- */
+
+static constexpr char decoder_name[] = "dv_sms_mgr_parse_pdu"; /* for whom the steps below speak */
+
+enum : uint8_t { UDHI = 0x40, TYPE_INTERNATIONAL = 0x91, IEI_CONCATENATED_8BIT = 0x00 };
+
+/* Hex digits still to be read; `pos` never passes `end`, where the text's terminator stands. */
+struct pdu_reader {
+    const char *pos;
+    const char *end;
+};
+
+static size_t digits_left(const pdu_reader *in)
+{
+    return static_cast<size_t>(in->end - in->pos);
+}
+
+static void skip_digits(pdu_reader *in, size_t digits)
+{
+    in->pos += digits < digits_left(in) ? digits : digits_left(in);
+}
+
+/* 0 when the text ends before the octet does. */
+static uint8_t take_octet(pdu_reader *in)
+{
+    const uint8_t octet = digits_left(in) < 2 ? 0 : hex_pair(in->pos);
+
+    skip_digits(in, 2);
+    return octet;
+}
+
+/* At most `max` octets, as many as are there; nothing is taken. Their count. */
+static int read_octets(const pdu_reader *in, uint8_t *octets, int max)
+{
+    const int there = static_cast<int>(digits_left(in) / 2);
+    const int count = there < max ? there : max;
+
+    for (int i = 0; i < count; i++)
+        octets[i] = hex_pair(in->pos + 2 * i);
+    return count;
+}
+
+enum {
+    SEMI_OCTETS_MAX = 256, /* of an address of 255, rounded up to even */
+    SENDER_SIZE = 400      /* its digits, or 128 characters of two bytes and the septets behind them */
+};
+
+/* Takes digits as they stand. Where the text ends before them, they are copied into the scratch with
+ * zeros behind them. */
+static const char *take_digits(pdu_reader *in, size_t digits, char (&scratch)[SEMI_OCTETS_MAX])
+{
+    const char *taken = in->pos;
+
+    if (digits_left(in) < digits) {
+        memset(scratch, 0, sizeof scratch);
+        memcpy(scratch, in->pos, digits_left(in));
+        taken = scratch;
+    }
+    skip_digits(in, digits);
+    return taken;
+}
+
+/* A sender that is a name in packed septets. */
+static void decode_name(const char *address, int octets, char *name)
+{
+    uint8_t packed[SEMI_OCTETS_MAX / 2] = {};
+
+    /* Kept on purpose: the last octets of a name of 8 octets and more stay zero. */
+    hex_to_bytes(address, packed, octets / 8 * 7 + octets % 8);
+    dv_sms_mgr_unpack_7bit(packed, reinterpret_cast<uint8_t *>(name), octets, 0);
+    dv_sms_mgr_gsm7_to_utf8(name, octets);
+    DV_EVENT_IN(decoder_name, "sms_phone is english, phone is:%s", name);
+}
+
+static void take_sender(pdu_reader *in)
+{
+    char scratch[SEMI_OCTETS_MAX];
+    char number[1 + SENDER_SIZE] = {'+'}; /* stands in front of the sender */
+    char *sender = number + 1;
+    const int semi_octets = take_octet(in);
+    const uint8_t type = take_octet(in);
+    const int octets = (semi_octets + 1) / 2;
+    const char *address = take_digits(in, static_cast<size_t>(2 * octets), scratch);
+
+    if (has_non_hex_letter(address, 2 * octets))
+        decode_name(address, octets, sender);
+    if (sender[0] == '\0')
+        semi_octets_to_text(address, sender, semi_octets);
+    util_replace_with_new_string_ext(sender, SMS_MSG_PHONE_SIZE - 1, " ", "$");
+    DV_EVENT_IN(decoder_name, "util_replace_with_new_string_ext data:%s", sender);
+
+    const char *phone = type == TYPE_INTERNATIONAL ? number : sender;
+
+    DV_EVENT_IN(decoder_name, "sms_phone:%s", phone);
+    copy_text(current_sms_msg->phone, phone);
+}
+
+/* The service centre's time stamp without its zone. */
+static void take_date(pdu_reader *in)
+{
+    static constexpr char prefix[] = "20";
+    static constexpr char behind[] = {'/', '/', ' ', ':', ':', '\0'};
+    char scratch[SEMI_OCTETS_MAX];
+    const char *stamp = take_digits(in, 14, scratch);
+    char *date = current_sms_msg->date;
+    char *out = date + 2;
+
+    memset(date, 0, SMS_MSG_DATE_SIZE);
+    memcpy(date, prefix, 2);
+    for (int i = 0; i < 6; i++, stamp += 2) {
+        if (stamp[1] != '\0') { /* a pair that the text's end cuts is left out */
+            *out++ = stamp[1];
+            *out++ = stamp[0];
+        }
+        *out++ = behind[i];
+    }
+    DV_EVENT_IN(decoder_name, "sms_date:%s", date);
+}
+
+void dv_sms_mgr_parse_udh(const uint8_t (&header)[PDU_UDH_SIZE])
+{
+    dv_sms_msg *msg = current_sms_msg;
+    const unsigned length = header[2];
+
+    /* Kept on purpose: any other first element, a 16-bit reference included, is a single message. */
+    msg->concatenated = header[1] == IEI_CONCATENATED_8BIT ? 1 : 0;
+    if (!msg->concatenated)
+        return;
+    msg->total = header[length + 1];
+    msg->sequence = header[length + 2];
+    if (length == 3)
+        msg->reference = header[3];
+    else if (length == 4)
+        msg->reference = static_cast<uint16_t>(header[3] << 8 | header[4]);
+}
+
+/* What the header leaves for the body. */
+struct pdu_header {
+    int length;    /* octets without the length octet */
+    int fill_bits; /* in front of the first septet */
+    bool national; /* Turkish single shift */
+};
+
+static pdu_header take_header(pdu_reader *in)
+{
+    static constexpr char turkish_single_shift[] = "240101";
+    uint8_t octets[PDU_UDH_SIZE] = {};
+    pdu_header header = {};
+
+    read_octets(in, octets, 1);
+    header.length = octets[0];
+    read_octets(in, octets, header.length + 1);
+    dv_sms_mgr_parse_udh(octets);
+    skip_digits(in, 2);
+    if (!current_sms_msg->concatenated)
+        header.national =
+            header.length <= 3 && strncmp(in->pos, turkish_single_shift, static_cast<size_t>(2 * header.length)) == 0;
+    skip_digits(in, static_cast<size_t>(2 * header.length));
+    header.fill_bits = 7 - (header.length + 1) * 8 % 7; /* kept on purpose: 7, not 0, for whole septets */
+    return header;
+}
+
+/* TS 23.038, 4, as far as the text's alphabet goes. */
+static uint8_t alphabet_of(uint8_t dcs)
+{
+    if ((dcs & 0xC0) == 0)
+        return dcs & 0x0C;
+    if ((dcs & 0xF0) == 0xF0)
+        return dcs & 0x04;
+    return dcs;
+}
+
+/* How much of the text is body (TP-UDL counts septets or octets; both are taken as septets here). */
+struct body_lengths {
+    int total_bit;
+    uint8_t body_len;    /* characters, or octets */
+    uint8_t sms7bit_len; /* octets that hold them packed */
+};
+
+static body_lengths measure_body(const pdu_header &header, uint8_t udl)
+{
+    const int offset = header.fill_bits;
+    const int total_bit = udl * 7 - (header.length == 0 ? 0 : (header.length + 1) * 8);
+
+    return {total_bit, static_cast<uint8_t>((total_bit - offset) / 7 + (total_bit % 7 > offset ? 1 : 0)),
+            static_cast<uint8_t>(total_bit / 8 + (total_bit % 8 != 0 ? 1 : 0))};
+}
+
+/* Copies decoded text that has its terminator at `end` or before. */
+static void put_body(const char *text, const char *end)
+{
+    const size_t length = utf8_prefix(text, strnlen(text, static_cast<size_t>(end - text)), SMS_MSG_TEXT_SIZE - 1);
+
+    memcpy(current_sms_msg->text, text, length);
+    memset(current_sms_msg->text + length, 0, SMS_MSG_TEXT_SIZE - length);
+}
+
+/* `octets` octets of UCS-2, straight from their digits; those that are not there are 0. */
+static void take_ucs2(const pdu_reader *in, int octets)
+{
+    char scratch[4 * UINT8_MAX + 4];
+    char text[PDU_WORK_SIZE];
+    char *out = text;
+    const char *digits = in->pos;
+    const auto needed = static_cast<size_t>(2 * octets);
+
+    if (digits_left(in) < needed) {
+        memset(scratch, '0', sizeof scratch);
+        memcpy(scratch, digits, digits_left(in) & ~size_t{1});
+        digits = scratch;
+    }
+    for (const char *end = digits + needed; digits < end; digits += 4) {
+        const unsigned value = unsigned{hex_pair(digits)} << 8 | hex_pair(digits + 2);
+
+        if (value < 0x80) {
+            *out++ = static_cast<char>(value);
+        } else if (value < 0x800) {
+            *out++ = static_cast<char>(0xC0 | value >> 6);
+            *out++ = static_cast<char>(0x80 | (value & 0x3F));
+        } else {
+            *out++ = static_cast<char>(0xE0 | value >> 12);
+            *out++ = static_cast<char>(0x80 | (value >> 6 & 0x3F));
+            *out++ = static_cast<char>(0x80 | (value & 0x3F));
+        }
+    }
+    put_body(text, out);
+}
+
+static void take_octets(const pdu_reader *in, int octets)
+{
+    char text[PDU_WORK_SIZE];
+
+    put_body(text, text + read_octets(in, reinterpret_cast<uint8_t *>(text), octets));
+}
+
+/* Unpacks the septets into the text, zeros where there are none; the end of what was unpacked. */
+static char *unpack_body(const pdu_reader *in, const body_lengths &lengths, int offset, char (&text)[PDU_WORK_SIZE])
+{
+    uint8_t octets[UINT8_MAX];
+    const int read = read_octets(in, octets, lengths.sms7bit_len);
+
+    memset(octets + read, 0, static_cast<size_t>(lengths.sms7bit_len - read));
+    const int septets = dv_sms_mgr_unpack_7bit(octets, reinterpret_cast<uint8_t *>(text), lengths.sms7bit_len, offset);
+
+    if (septets < lengths.body_len)
+        memset(text + septets, 0, static_cast<size_t>(lengths.body_len - septets));
+    return text + septets;
+}
+
+static void take_septets(const pdu_reader *in, const body_lengths &lengths, int offset)
+{
+    char text[PDU_WORK_SIZE];
+    const char *unpacked = unpack_body(in, lengths, offset, text);
+    const char *converted = gsm7_to_utf8_in_place(text, lengths.body_len);
+
+    put_body(text, converted > unpacked ? converted : unpacked);
+}
+
+static void take_national_septets(const pdu_reader *in, const body_lengths &lengths, int offset)
+{
+    char codes[PDU_WORK_SIZE];
+    char text[PDU_WORK_SIZE];
+
+    unpack_body(in, lengths, offset, codes);
+    const int octets = dv_sms_mgr_gsm7_to_ucs2(codes, lengths.body_len);
+
+    dv_sms_mgr_ucs2_to_utf8_string(reinterpret_cast<uint8_t *>(codes), text, octets);
+    put_body(text, text + strlen(text));
+}
+
+static void take_body(const pdu_reader *in, uint8_t alphabet, const pdu_header &header, uint8_t udl)
+{
+    const body_lengths lengths = measure_body(header, udl);
+    const int offset = header.fill_bits;
+
+    DV_EVENT_IN(decoder_name, "total_bit:%d, body_len:%hhu, sms7bit_len:%hhu, offset:%hhu", lengths.total_bit,
+                lengths.body_len, lengths.sms7bit_len, static_cast<uint8_t>(offset));
+    if (alphabet == DCS_UCS2 && lengths.body_len == 1 && strncmp(in->pos, "20", 2) == 0)
+        DV_EVENT_IN(decoder_name, "has some reason, don`t decode");
+    else if (alphabet == DCS_UCS2)
+        take_ucs2(in, (lengths.body_len + 1) / 2 * 2);
+    else if (alphabet == DCS_8BIT)
+        take_octets(in, 2 * lengths.body_len);
+    else if (alphabet == DCS_GSM7 && header.national)
+        take_national_septets(in, lengths, offset);
+    else
+        take_septets(in, lengths, offset);
+}
+
+void dv_sms_mgr_parse_pdu(const char *pdu)
+{
+    pdu_reader in = {pdu, pdu + strlen(pdu)};
+    pdu_header header = {};
+
+    skip_digits(&in, 2 * size_t{take_octet(&in)}); /* the service centre's address */
+    const uint8_t first_octet = take_octet(&in);
+
+    take_sender(&in);
+    skip_digits(&in, 2); /* TP-PID */
+    const uint8_t dcs = take_octet(&in);
+
+    take_date(&in);
+    const uint8_t udl = take_octet(&in);
+
+    current_sms_msg->concatenated = 0;
+    if (first_octet & UDHI)
+        header = take_header(&in);
+    take_body(&in, alphabet_of(dcs), header, udl);
+}
+
+/* --- joining --- */
+
+/* Moves the texts of the parts with this reference into the slots, and the parts off the list. */
+static void collect_parts(char (*slots)[SMS_MSG_TEXT_SIZE], uint16_t reference, int total)
+{
+    sms_part_node **link = &sms_part_head->next;
+
+    for (int taken = 0; taken < total && *link != nullptr;) {
+        sms_part_node *part = *link;
+
+        if (part->reference != reference) {
+            link = &part->next;
+            continue;
+        }
+        if (part->sequence >= 1 && part->sequence <= total)
+            memcpy(slots[part->sequence - 1], part->text, SMS_MSG_TEXT_SIZE);
+        *link = part->next;
+        free(part);
+        taken++;
+    }
+}
+
+int dv_sms_mgr_join_parts(char *output)
+{
+    if (output == nullptr || sms_part_head == nullptr)
+        return -1;
+    const int total = current_sms_msg->total;
+    const size_t slot_count = total > 0 ? static_cast<size_t>(total) : 1;
+    auto *slots = static_cast<char(*)[SMS_MSG_TEXT_SIZE]>(calloc(slot_count, SMS_MSG_TEXT_SIZE));
+    if (slots == nullptr)
+        return -1;
+    collect_parts(slots, current_sms_msg->reference, total);
+
+    /* One byte more than fits is looked at, to cut in front of a character. */
+    size_t length = 0;
+    for (int i = 0; i < total && length < SMS_TEXT_SIZE; i++) {
+        const size_t added = strnlen(slots[i], SMS_TEXT_SIZE - length);
+
+        memcpy(output + length, slots[i], added);
+        length += added;
+    }
+    output[utf8_prefix(output, length, SMS_TEXT_SIZE - 1)] = '\0';
+    free(slots);
+    return 0;
+}

@@ -1,0 +1,398 @@
+#include "dv_sms_mgr_send.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "dv_sms_mgr.h"
+#include "dv_sms_mgr_log.h"
+#include "dv_sms_mgr_paths.h"
+#include "dv_sms_mgr_pdu.h"
+#include "dv_sms_mgr_receive.h"
+#include "dv_sms_mgr_text.h"
+#include "flag.h"
+
+enum : uint8_t {
+    TYPE_INTERNATIONAL = 0x91,
+    TYPE_UNKNOWN = 0x81,
+    MTI_MASK = 0x03,
+    MTI_SUBMIT = 0x01,
+    RD_BIT = 0x04,
+    VPF_MASK = 0x18,
+    VPF_RELATIVE = 0x10,
+    UDHI_BIT = 0x40,
+    VALIDITY_45_MINUTES = 8,
+    GSM7_ESCAPE = 0x1B,
+    CTRL_Z = 0x1A
+};
+
+enum {
+    UDH_OCTETS = 6,  /* of a concatenation header, its length octet included */
+    UDH_SEPTETS = 7, /* the same with one fill bit */
+    AT_TIMEOUT = 15  /* seconds */
+};
+
+char dv_sms_send_text[SEND_TEXT_MAX + 2];
+char dv_sms_send_phone[SEND_PHONE_SIZE];
+char dv_sms_smsc[SMSC_SIZE + 1];
+dv_sms_pdu dv_sms_send_pdu;
+dv_sms_send_ctx dv_sms_send_state;
+char dv_sms_pdu_text[PDU_TEXT_SIZE];
+
+/* --- encoding --- */
+
+int dv_sms_mgr_pdu_gen_phone(const char *number, dv_sms_pdu *record, int mode)
+{
+    if (number == nullptr || record == nullptr)
+        return -1;
+    const bool smsc = mode == PHONE_SMSC;
+    const uint8_t type = *number == '+' ? TYPE_INTERNATIONAL : TYPE_UNKNOWN;
+
+    if (*number == '+')
+        number++;
+    const size_t length = strlen(number);
+
+    if (length > (smsc ? size_t{SMSC_DIGITS_MAX} : size_t{DEST_DIGITS_MAX}))
+        return -1;
+    for (const char *digit = number; *digit != '\0'; digit++)
+        if (static_cast<uint8_t>(*digit) < ' ' || *digit == 0x7F)
+            return -1; /* it would end the AT command too early */
+
+    const int even =
+        phone_to_semi_octets(number, smsc ? record->smsc_digits : record->dest_digits, static_cast<int>(length));
+    if (smsc) {
+        record->smsc_type = type;
+        record->smsc_len = static_cast<uint8_t>(even / 2 + 1);
+    } else {
+        record->dest_type = type;
+        record->dest_len = static_cast<uint8_t>(length);
+    }
+    return 0;
+}
+
+int dv_sms_mgr_pdu_gen_param(uint8_t *first_octet)
+{
+    if (first_octet == nullptr)
+        return -1;
+    unsigned octet = *first_octet;
+
+    octet = (octet & ~unsigned{MTI_MASK}) | MTI_SUBMIT;
+    octet = (octet & ~unsigned{UDHI_BIT}) | (dv_sms_send_state.concatenated ? unsigned{UDHI_BIT} : 0);
+    octet &= ~unsigned{RD_BIT};
+    octet = (octet & ~unsigned{VPF_MASK}) | VPF_RELATIVE;
+    *first_octet = static_cast<uint8_t>(octet);
+    return 0;
+}
+
+/* Characters of the send text that no part carries yet. */
+static int text_left()
+{
+    return static_cast<int>(dv_sms_send_state.text_start + dv_sms_send_state.text_len - dv_sms_send_state.text_pos);
+}
+
+static int lesser(int a, int b)
+{
+    return a < b ? a : b;
+}
+
+/* Raw octets; returns how many TP-UDL counts. */
+static int add_octets(dv_sms_pdu *record)
+{
+    dv_sms_send_ctx *state = &dv_sms_send_state;
+    const int n = lesser(text_left(), state->seg_size);
+
+    if (n > 0)
+        memcpy(record->ud, state->text_pos, static_cast<size_t>(n));
+    record->ud_count = static_cast<uint8_t>(n);
+    state->text_pos += state->seg_size;
+    return n;
+}
+
+/* Packed septets; behind a header one fill bit stands in front of the first. */
+static int add_septets(dv_sms_pdu *record)
+{
+    dv_sms_send_ctx *state = &dv_sms_send_state;
+    const auto *septets = reinterpret_cast<const uint8_t *>(state->text_pos);
+    int n = lesser(text_left(), state->seg_size);
+
+    if (!state->concatenated) {
+        record->ud_count = static_cast<uint8_t>(dv_sms_mgr_pack_7bit(septets, record->ud, n));
+    } else {
+        if (n > 1 && septets[n - 1] == GSM7_ESCAPE)
+            n--; /* an escape goes with its code into the next part */
+        record->ud[0] = static_cast<uint8_t>((septets[0] & 0x7F) * 2);
+        record->ud_count = static_cast<uint8_t>(dv_sms_mgr_pack_7bit(septets + 1, record->ud + 1, n - 1) + 1);
+    }
+    state->text_pos += n;
+    return n;
+}
+
+/* UCS-2 as hex text; returns its octets. */
+static int add_ucs2(dv_sms_pdu *record)
+{
+    dv_sms_send_ctx *state = &dv_sms_send_state;
+    auto *text = reinterpret_cast<char *>(record->ud);
+
+    state->text_pos = dv_sms_mgr_utf8_to_unicode_string(state->text_pos, text, state->seg_size);
+    return static_cast<int>(strlen(text) / 2);
+}
+
+uint16_t dv_sms_mgr_pdu_gen_ud(dv_sms_pdu *record)
+{
+    dv_sms_send_ctx *state = &dv_sms_send_state;
+    int count = 0;
+
+    record->udh_len = 0;
+    if (state->concatenated) {
+        record->udh_len = UDH_OCTETS - 1;
+        record->udh_iei = 0x00; /* concatenated message, 8-bit reference */
+        record->udh_iedl = 3;
+        record->udh_ref = state->ref;
+        record->udh_total = state->total;
+        record->udh_seq = state->seq;
+        count = record->dcs == DCS_GSM7 ? UDH_SEPTETS : UDH_OCTETS;
+    }
+    memset(record->ud, 0, sizeof record->ud);
+    if (record->dcs == DCS_8BIT)
+        count += add_octets(record);
+    else if (record->dcs == DCS_GSM7)
+        count += add_septets(record);
+    else
+        count += add_ucs2(record);
+    state->seq++;
+    return static_cast<uint16_t>(count);
+}
+
+static char *put_octets(char *out, const uint8_t *octets, int count)
+{
+    return out + bytes_to_hex(octets, out, count);
+}
+
+static char *put_text(char *out, const char *text)
+{
+    const size_t length = strlen(text);
+
+    memcpy(out, text, length);
+    return out + length;
+}
+
+int dv_sms_mgr_pdu_to_str(const dv_sms_pdu *record, char *output)
+{
+    if (record == nullptr || output == nullptr)
+        return -1;
+    const uint8_t smsc[] = {record->smsc_len, record->smsc_type};
+    const uint8_t head[] = {record->first_octet, record->message_ref, record->dest_len, record->dest_type};
+    const uint8_t parameters[] = {record->pid, record->dcs, record->validity, record->udl};
+    const uint8_t header[] = {record->udh_len, record->udh_iei,   record->udh_iedl,
+                              record->udh_ref, record->udh_total, record->udh_seq};
+
+    output = put_octets(output, smsc, sizeof smsc);
+    output = put_text(output, record->smsc_digits);
+    output = put_octets(output, head, sizeof head);
+    output = put_text(output, record->dest_digits);
+    output = put_octets(output, parameters, sizeof parameters);
+    if (record->first_octet & UDHI_BIT)
+        output = put_octets(output, header, sizeof header);
+    if (record->dcs == DCS_UCS2)
+        output = put_text(output, reinterpret_cast<const char *>(record->ud));
+    else
+        output = put_octets(output, record->ud, record->ud_count);
+    *output++ = CTRL_Z;
+    *output = '\0';
+    return 0;
+}
+
+int dv_sms_mgr_pack_pdu_data()
+{
+    dv_sms_pdu *record = &dv_sms_send_pdu;
+
+    if (dv_sms_mgr_pdu_gen_phone(dv_sms_smsc, record, PHONE_SMSC) != 0) {
+        DV_TRACE("dv_sms_mgr_pdu_gen_phone failed");
+        return -1;
+    }
+    if (dv_sms_mgr_pdu_gen_param(&record->first_octet) != 0) {
+        DV_TRACE("dv_sms_mgr_pdu_gen_param failed");
+        return -1;
+    }
+    record->message_ref = dv_sms_send_state.ref;
+    if (dv_sms_mgr_pdu_gen_phone(dv_sms_send_state.dest, record, PHONE_DEST) != 0) {
+        DV_TRACE("dv_sms_mgr_pdu_gen_phone failed");
+        return -1;
+    }
+    record->pid = 0;
+    record->validity = VALIDITY_45_MINUTES;
+    const uint16_t udl = dv_sms_mgr_pdu_gen_ud(record);
+
+    if (udl == 0) {
+        DV_TRACE("dv_sms_mgr_pdu_gen_ud failed");
+        return -1;
+    }
+    record->udl = static_cast<uint8_t>(udl);
+    memset(dv_sms_pdu_text, 0, sizeof dv_sms_pdu_text);
+    if (dv_sms_mgr_pdu_to_str(record, dv_sms_pdu_text) != 0) {
+        DV_TRACE("dv_sms_mgr_pdu_to_str failed");
+        return -1;
+    }
+    return 0;
+}
+
+/* --- checks and segmentation --- */
+
+int dv_sms_mgr_check_smsc()
+{
+    static constexpr char answer[] = "\r\n+CSCA: \"";
+    char reply[256] = {};
+
+    memset(dv_sms_smsc, 0, sizeof dv_sms_smsc);
+    flag_get_item(SMS_CSCA_FLAG, dv_sms_smsc, SMSC_SIZE);
+    if (dv_sms_smsc[0] != '\0')
+        return 0;
+    if (dv_sms_mgr_send_at(AT_TIMEOUT, reply, sizeof reply, "AT+CSCA?\r") != 0)
+        return -1;
+    if (strstr(reply, "\r\nOK\r\n") == nullptr)
+        return 0;
+    char *number = strstr(reply, answer);
+    char *quote = number == nullptr ? nullptr : strchr(number + sizeof answer - 1, '"');
+
+    if (quote == nullptr)
+        return 0;
+    *quote = '\0';
+    copy_text(dv_sms_smsc, SMSC_SIZE, number + sizeof answer - 1);
+    return 0;
+}
+
+int dv_sms_mgr_is_ascii(const char *text, int length)
+{
+    for (int i = 0; i < length; i++)
+        if (static_cast<uint8_t>(text[i]) >= 0x80)
+            return 0;
+    return 1;
+}
+
+/* How much one message, or one part of several, carries (TS 23.040, 9.2.3.24). */
+struct segment_sizes {
+    uint8_t single;
+    uint8_t part;
+};
+
+static constexpr segment_sizes sizes_gsm7 = {160, 153};
+static constexpr segment_sizes sizes_8bit = {140, 133};
+static constexpr segment_sizes sizes_ucs2 = {70, 67};
+
+static void split(int length, const segment_sizes &sizes)
+{
+    dv_sms_send_ctx *state = &dv_sms_send_state;
+
+    state->concatenated = length > sizes.single;
+    state->seg_size = state->concatenated ? sizes.part : sizes.single;
+    state->total = state->concatenated ? static_cast<uint8_t>((length + sizes.part - 1) / sizes.part) : uint8_t{1};
+    state->seq = 1;
+}
+
+int dv_sms_mgr_check_send_sms(int length)
+{
+    dv_sms_send_ctx *state = &dv_sms_send_state;
+
+    if (dv_sms_mgr_check_smsc() != 0) {
+        DV_EVENT("check smsc failed, return");
+        return -1;
+    }
+    if (dv_sms_mgr_check_network_state() != 0) {
+        DV_EVENT("sim state is error, please check!");
+        return -1;
+    }
+    dv_sms_send_pdu.dcs = dv_sms_mgr_is_ascii(dv_sms_send_text, length) ? DCS_GSM7 : DCS_UCS2;
+    state->text_start = dv_sms_send_text;
+    state->text_pos = dv_sms_send_text;
+    state->dest = dv_sms_send_phone;
+    state->ref++;
+    state->text_len = static_cast<uint16_t>(length);
+
+    if (dv_sms_send_pdu.dcs == DCS_GSM7) {
+        state->text_len = static_cast<uint16_t>(dv_sms_mgr_ascii_to_gsm7(length));
+        split(state->text_len, sizes_gsm7);
+    } else if (dv_sms_send_pdu.dcs == DCS_UCS2) {
+        const int characters = dv_sms_mgr_utf8_char_count(dv_sms_send_text);
+
+        split(characters, sizes_ucs2);
+        if (!state->concatenated)
+            state->seg_size = static_cast<uint8_t>(characters);
+    } else {
+        split(length, sizes_8bit);
+    }
+    return 0;
+}
+
+int dv_sms_mgr_parse_send_data(const sockmsg_record *record)
+{
+    sms_fields fields;
+
+    if (record == nullptr)
+        return -1;
+    read_fields(&fields, record);
+    if (fields.phone[0] == '\0' || fields.text[0] == '\0') {
+        DV_EVENT("phone(%s)  send_data(%s) is error, can not send!", fields.phone, fields.text);
+        return -1;
+    }
+    copy_text(dv_sms_send_phone, fields.phone);
+    memset(dv_sms_send_text, 0, sizeof dv_sms_send_text);
+    const size_t length = copy_text(dv_sms_send_text, SEND_TEXT_MAX + 1, fields.text);
+
+    if (dv_sms_mgr_check_send_sms(static_cast<int>(length)) != 0) {
+        DV_EVENT("check sim state and send data failed, return");
+        return -1;
+    }
+    return 0;
+}
+
+/* --- submission --- */
+
+int dv_sms_mgr_send_pdu_sms()
+{
+    const int octets = static_cast<int>(strlen(dv_sms_pdu_text) / 2) - dv_sms_send_pdu.smsc_len - 1;
+    char command[PDU_TEXT_SIZE + 32];
+    char reply[256] = {};
+
+    snprintf(command, sizeof command, "AT+DORVYSMS=%d,%s\r", octets, dv_sms_pdu_text);
+    if (debug_mode)
+        printf("%s---%s---%d---at_buff:%s\n", __FILE__, __func__, __LINE__, command);
+    if (dv_sms_mgr_send_at(AT_TIMEOUT, reply, sizeof reply, "%s", command) != 0) {
+        DV_EVENT("send pdu at failed, return");
+        return -1;
+    }
+    if (strstr(reply, "\r\nOK\r\n") == nullptr) {
+        DV_EVENT("recv pdu at failed:%s", reply);
+        return -1;
+    }
+    return 0;
+}
+
+/* Sends all parts, in order; the first that fails ends it. */
+static int send_parts()
+{
+    while (dv_sms_send_state.seq <= dv_sms_send_state.total) {
+        if (dv_sms_mgr_pack_pdu_data() != 0) {
+            DV_EVENT_IN("dv_sms_mgr_send_sms", "packing pdu data failed, return");
+            return -1;
+        }
+        if (dv_sms_mgr_send_pdu_sms() != 0) {
+            DV_EVENT_IN("dv_sms_mgr_send_sms", "send sms failed, return");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int dv_sms_mgr_send_sms(const sockmsg_record *record)
+{
+    int result = dv_sms_mgr_parse_send_data(record);
+
+    if (result != 0)
+        DV_EVENT("parse send data failed, return");
+    else
+        result = send_parts();
+    const bool sent = result == 0;
+
+    if (record != nullptr && (record->sender_module_id != 0 || record->sender_extra != 0))
+        dv_sms_mgr_update_last_err_code_flag(sent ? DV_SMS_MGR_ERR_NONE : DV_SMS_MGR_ERR_FAILED);
+    return dv_sms_mgr_write_sms_to_file(BOX_SENT, sent ? SMS_FILE_STATE_DONE : SMS_FILE_STATE_NEW, record);
+}
