@@ -1,0 +1,16 @@
+/* Directories as other file systems show them. Only the store's tests are linked with these. */
+#ifndef STORE_SEAMS_H
+#define STORE_SEAMS_H
+
+namespace store_seams
+{
+
+/* readdir tells no entry's type (DT_UNKNOWN), as on some flash file systems. */
+void hide_types(bool hidden);
+
+/* opendir fails. */
+void fail_opendir(bool fails);
+
+} // namespace store_seams
+
+#endif
