@@ -196,6 +196,7 @@ class Bench:
         self.daemon.stop()
         os.rename(self.log_path, self.root / "log.before")
         os.rename(self.daemon.out_path, self.daemon.out_path + ".before")
+        self._probes = 0                        # counted against what the new one says
         self.start_daemon()
         self.wait_service()
 

@@ -7,7 +7,7 @@ import time
 
 import pytest
 
-from fake_manager import Bench, bus
+from fake_manager import Bench, bus, wait_for
 
 FAST = 50
 DAY = "2026-11-21 10:00:00"
@@ -218,7 +218,7 @@ def test_a_notice_that_the_configuration_forbids(arguments, key, value):
         b.set_cfg(key, value)
         done = b.run(*arguments)
         assert done.code == 1 and key in done.err and done.out == ""
-        assert len(b.manager.records) == 1
+        wait_for(lambda: len(b.manager.records) == 1, "the request reaches the manager")
 
 
 def test_no_such_warning():
