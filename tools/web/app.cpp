@@ -158,19 +158,32 @@ bool app::pause()
     return !stopping_;
 }
 
+/* The state as it is. Whoever asks between two looks of the watcher may see what passes before the next one, so all
+ * hear of it: a page that showed it would else never learn that it passed. `turn` tells which of two is the newer. */
+json app::tell_state()
+{
+    const std::lock_guard hold(told_lock_);
+    json now = state();
+    const bool news = now != told_;
+    if (news) {
+        told_ = now;
+        told_turn_++;
+    }
+    now["turn"] = told_turn_;
+    if (news)
+        events_.publish("state", now);
+    return now;
+}
+
 void app::watch()
 {
-    json before;
     auto spoken = std::chrono::steady_clock::now();
     do {
         store_.poll();
         const json lines = traffic_.poll();
         if (!lines.empty())
             events_.publish("traffic", {{"lines", lines}});
-        json now = state();
-        if (now != before)
-            events_.publish("state", now);
-        before = std::move(now);
+        tell_state();
         if (std::chrono::steady_clock::now() - spoken > keep_alive) {
             events_.keep_alive();
             spoken = std::chrono::steady_clock::now();

@@ -78,6 +78,7 @@ private:
 
     response submit(const json &body, const char *kind, lane where, job_table::work what);
     json state() const;
+    json tell_state();
     void wake();
     void watch();
     void watch_handset();
@@ -91,6 +92,9 @@ private:
     handset handset_;
     traffic traffic_;
     event_hub events_;
+    std::mutex told_lock_; /* guards what follows, and keeps states in order */
+    json told_;            /* the newest state that anybody was told of */
+    uint64_t told_turn_ = 0;
     std::mutex server_lock_; /* guards the pointer */
     std::unique_ptr<http_server> server_;
     std::unique_ptr<job_table> jobs_;

@@ -98,7 +98,7 @@ outcome app::get_health(const request &)
 
 outcome app::get_state(const request &)
 {
-    return json_response(200, state());
+    return json_response(200, tell_state());
 }
 
 outcome app::get_metrics(const request &)

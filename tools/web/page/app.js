@@ -10,8 +10,13 @@ import { showStatus, startIntroduction } from "./status.js";
 import { reloadTraffic, showTraffic, startTraffic } from "./traffic.js";
 
 let instance = null;
+let turn = 0; // of the newest state that is shown: an answer may come in behind an event
 
 function show(state, anew = false) {
+  if (!anew && state.turn < turn) {
+    return;
+  }
+  turn = state.turn;
   setInstance(state.instance);
   showStatus(state);
   showState(state, anew);
