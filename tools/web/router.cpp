@@ -64,7 +64,7 @@ template <typename Ask> job_result in_turn(const std::atomic<bool> &stopping, As
         if (!ours.taken())
             continue;
         try {
-            return result_of(ask());
+            return ask();
         } catch (const stopped &) {
             break;
         }
@@ -140,7 +140,8 @@ job_result router::send(const std::string &to, const std::string &text, const st
     const auto finish = quick_finish + part_finish * parts;
     job_result out = in_turn(stopping, [&] {
         const sms_payload payload = sms_client::make_payload(to, text);
-        return daemon_.ask(DV_SMS_MGR_MSG_ID_SEND_SMS, &payload, sizeof payload, patience_for(finish, stopping));
+        return result_of(
+            daemon_.ask(DV_SMS_MGR_MSG_ID_SEND_SMS, &payload, sizeof payload, patience_for(finish, stopping)));
     });
     out.details["parts"] = parts;
     return out;
@@ -150,15 +151,16 @@ job_result router::save_draft(const std::string &to, const std::string &text, co
 {
     return in_turn(stopping, [&] {
         const sms_payload payload = sms_client::make_payload(to, text);
-        return daemon_.ask(DV_SMS_MGR_MSG_ID_SAVE_DRAFT_SMS, &payload, sizeof payload,
-                           patience_for(quick_finish, stopping));
+        return result_of(daemon_.ask(DV_SMS_MGR_MSG_ID_SAVE_DRAFT_SMS, &payload, sizeof payload,
+                                     patience_for(quick_finish, stopping)));
     });
 }
 
+/* The looks at the store below belong to the turn as well: whoever has it before may delete what is named. */
+
 job_result router::mark_read(const std::vector<message_mark> &messages, const std::atomic<bool> &stopping) const
 {
-    std::string request = "READ ALL";
-    if (!messages.empty()) {
+    return in_turn(stopping, [&]() -> job_result {
         std::set<int> unread; /* the counter falls for each that is listed, so those that are read are not */
         for (const message_mark &mark : messages) {
             sms_client::message now;
@@ -167,19 +169,16 @@ job_result router::mark_read(const std::vector<message_mark> &messages, const st
             if (now.state == '0')
                 unread.insert(now.number);
         }
-        if (unread.empty())
+        if (unread.empty() && !messages.empty())
             return {true, "done", json::object()};
-        request = list_of(unread);
-    }
-    return in_turn(stopping, [&] {
-        return daemon_.ask(DV_SMS_MGR_MSG_ID_READ_SMS, request, patience_for(quick_finish, stopping));
+        const std::string request = messages.empty() ? "READ ALL" : list_of(unread);
+        return result_of(daemon_.ask(DV_SMS_MGR_MSG_ID_READ_SMS, request, patience_for(quick_finish, stopping)));
     });
 }
 
 job_result router::remove(box from, const std::vector<message_mark> &messages, const std::atomic<bool> &stopping) const
 {
-    std::string request = "DELETE ALL";
-    if (!messages.empty()) {
+    return in_turn(stopping, [&]() -> job_result {
         std::set<int> numbers;
         for (const message_mark &mark : messages) {
             sms_client::message now;
@@ -187,10 +186,9 @@ job_result router::remove(box from, const std::vector<message_mark> &messages, c
                 return refused("changed");
             numbers.insert(now.number);
         }
-        request = list_of(numbers);
-    }
-    return in_turn(stopping, [&] {
-        return daemon_.ask(sms_client::facts_of(from).delete_id, request, patience_for(quick_finish, stopping));
+        const std::string request = messages.empty() ? "DELETE ALL" : list_of(numbers);
+        return result_of(
+            daemon_.ask(sms_client::facts_of(from).delete_id, request, patience_for(quick_finish, stopping)));
     });
 }
 
