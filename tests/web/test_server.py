@@ -151,6 +151,23 @@ def test_events_tell_what_changes(bench, web):
     stream.close()
 
 
+def test_state_that_somebody_saw_is_told_of_to_all(bench, web):
+    stream = web.events()
+    stream.next("hello")
+    turn = web.state()["turn"]
+    bench.cfg["SYS_SMS_SW"] = "0"
+    seen = web.state()                          # the watcher may look only when this has passed
+    bench.cfg["SYS_SMS_SW"] = "1"
+    assert not seen["service"]["on"] and seen["turn"] > turn
+    told = stream.next("state")[1]
+    while told["turn"] < seen["turn"]:
+        told = stream.next("state")[1]
+    assert told == seen
+    after = stream.next("state")[1]
+    assert after["service"]["on"] and after["turn"] > seen["turn"]
+    stream.close()
+
+
 def test_only_so_many_may_listen_and_their_places_are_given_back(web):
     streams = [web.events() for _ in range(16)]
     assert all(stream.next()[0] == "hello" for stream in streams)
@@ -267,6 +284,22 @@ def test_another_client_has_its_turn(bench, daemon, web):
         assert daemon.requests == []
         other.communicate(b"\n")
     assert web.finish(job)["ok"]
+
+
+def test_message_that_another_client_changes_first_is_left_alone(bench, daemon):
+    fill(bench, "read", ONE)
+    web = bench.start_web()
+    seen = marks(web.messages("inbox"))
+    bench.platform.joinpath(".requests.lock").touch()
+    with subprocess.Popen(["flock", "-x", bench.platform / ".requests.lock", "-c", "echo got; read line"],
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE) as other:
+        assert other.stdout.readline() == b"got\n"
+        jobs = [web.post("/api/delete", {"box": "inbox", "messages": seen}), web.post("/api/read", {"messages": seen})]
+        wait_for(lambda: web.get(f"/api/requests/{jobs[0].json['id']}").json["state"] == "running", "it waits its turn")
+        bench.store.put("read", 1, "1 0 +31612345678 2024/03/05 15:00:00 a new one under the old number")
+        other.communicate(b"\n")
+    assert [web.finish(job)["code"] for job in jobs] == ["changed", "changed"]
+    assert daemon.requests == []
 
 
 def marks(messages):
@@ -517,6 +550,23 @@ def test_port_that_is_taken(bench, daemon, web):
         other.listen()
         done = call(bench, "--port", str(other.getsockname()[1]))
     assert done.returncode == 1 and "cannot listen on 127.0.0.1" in done.stderr
+
+
+def test_port_of_another_server_is_not_shared(bench, daemon, web):
+    with WebBench() as other:
+        done = call(other, "--port", str(web.port))
+        assert done.returncode == 1
+        assert f"cannot listen on 127.0.0.1 port {web.port}: Address already in use" in done.stderr
+        assert "--port" in done.stderr.split("in use")[1], "and it says what to do"
+    assert web.get("/healthz").status == 200
+
+
+def test_port_is_free_again_at_once(bench, daemon, web):
+    idle = socket.create_connection((web.host, web.port))
+    wait_for(lambda: web.get("/healthz").status == 200, "the server has taken the connection")
+    assert bench.web_process.stop() == 0
+    assert bench.start_web(port=web.port, name="sms_web_again").get("/healthz").status == 200
+    idle.close()
 
 
 def test_second_server_on_the_same_bus(bench, daemon, web):

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <microhttpd.h>
 
@@ -21,6 +23,7 @@ constexpr unsigned connection_limit = 64;
 constexpr unsigned idle_seconds = 30;          /* a connection on which nothing moves is closed after them */
 constexpr size_t connection_memory = 32 << 10; /* request line and headers must fit into it */
 constexpr size_t stream_block = 8 << 10;
+constexpr int backlog = 64;
 
 using response_pointer = std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)>;
 
@@ -195,6 +198,57 @@ void on_completed(void *, MHD_Connection *, void **context, MHD_RequestTerminati
 
 } // namespace
 
+namespace
+{
+
+/* The library would let two servers share a port, and each of them get some of the requests. */
+struct listening_socket {
+    explicit listening_socket(const endpoint &where)
+        : fd(socket(where.address.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        const int on = 1;
+        const bool v6 = where.address.ss_family == AF_INET6;
+        const socklen_t size = v6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+        const bool good = fd >= 0 && setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
+                          (!v6 || setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on) == 0) &&
+                          bind(fd, reinterpret_cast<const sockaddr *>(&where.address), size) == 0 &&
+                          listen(fd, backlog) == 0;
+        if (good)
+            return;
+        const int reason = errno;
+        if (fd >= 0)
+            close(fd);
+        throw std::runtime_error("cannot listen on " + where.text + " port " + std::to_string(port_of(where.address)) +
+                                 ": " + std::strerror(reason) +
+                                 (reason == EADDRINUSE ? "; --port takes another one, 0 any that is free" : ""));
+    }
+    ~listening_socket()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    listening_socket(const listening_socket &) = delete;
+    listening_socket &operator=(const listening_socket &) = delete;
+
+    uint16_t port() const
+    {
+        sockaddr_storage bound{};
+        socklen_t size = sizeof bound;
+        getsockname(fd, reinterpret_cast<sockaddr *>(&bound), &size);
+        return port_of(bound);
+    }
+
+    static uint16_t port_of(const sockaddr_storage &address)
+    {
+        return ntohs(address.ss_family == AF_INET6 ? reinterpret_cast<const sockaddr_in6 &>(address).sin6_port
+                                                   : reinterpret_cast<const sockaddr_in &>(address).sin_port);
+    }
+
+    int fd;
+};
+
+} // namespace
+
 endpoint parse_endpoint(const std::string &address, uint16_t port)
 {
     endpoint out;
@@ -218,18 +272,18 @@ endpoint parse_endpoint(const std::string &address, uint16_t port)
 
 http_server::http_server(const endpoint &where, handler answer) : answer_(std::move(answer))
 {
+    listening_socket socket(where);
+    port_ = socket.port();
     unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ITC;
     if (where.address.ss_family == AF_INET6)
         flags |= MHD_USE_IPv6;
-    errno = 0;
-    daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, on_request, this, MHD_OPTION_SOCK_ADDR,
-                               reinterpret_cast<const sockaddr *>(&where.address), MHD_OPTION_LISTENING_ADDRESS_REUSE,
-                               1U, MHD_OPTION_NOTIFY_COMPLETED, on_completed, nullptr, MHD_OPTION_CONNECTION_LIMIT,
+    daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, on_request, this, MHD_OPTION_LISTEN_SOCKET, socket.fd,
+                               MHD_OPTION_NOTIFY_COMPLETED, on_completed, nullptr, MHD_OPTION_CONNECTION_LIMIT,
                                connection_limit, MHD_OPTION_CONNECTION_TIMEOUT, idle_seconds,
                                MHD_OPTION_CONNECTION_MEMORY_LIMIT, connection_memory, MHD_OPTION_END);
     if (daemon_ == nullptr)
-        throw std::runtime_error("cannot listen on " + where.text + ": " +
-                                 (errno != 0 ? std::strerror(errno) : "the server did not start"));
+        throw std::runtime_error("the server did not start");
+    socket.fd = -1; /* the library's from now on */
 }
 
 http_server::~http_server()
@@ -240,12 +294,6 @@ http_server::~http_server()
     }
     wake();
     MHD_stop_daemon(daemon_);
-}
-
-uint16_t http_server::port() const
-{
-    const MHD_DaemonInfo *info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
-    return info != nullptr ? info->port : 0;
 }
 
 void http_server::wake()

@@ -42,7 +42,7 @@ public:
     http_server(const http_server &) = delete;
     http_server &operator=(const http_server &) = delete;
 
-    uint16_t port() const;
+    uint16_t port() const { return port_; }
 
     /* Looks again at every answer that waits. Any thread; cheap when none does. */
     void wake();
@@ -56,6 +56,7 @@ private:
 
     handler answer_;
     MHD_Daemon *daemon_ = nullptr;
+    uint16_t port_ = 0;
     std::atomic<uint64_t> wakes_{0};
     std::mutex lock_; /* guards what follows, and suspending against resuming */
     std::set<MHD_Connection *> parked_;
