@@ -6,17 +6,21 @@ Real time passes here. Everything lives in one directory under /tmp and ends wit
 """
 
 import argparse
+import json
 import os
+import re
 import shlex
 import shutil
 import signal
 import sys
 import unicodedata
+import urllib.request
 
 from bench import SIM_READY, Bench
-from processes import Trouble
+from processes import Process, Trouble, wait_for
 
 HANDSET = "+31687654321"
+PAGE_PORT = 8080                                # or any other when this one is taken
 GREETING = "Hello router! Does it cost 5€? [yes/no]"
 CHINESE = ("你好！我们下周六要去山里走一走，早上七点在火车站的大钟下面见面，请带上雨衣、热茶和一点吃的东西。"
            "如果天气不好，我们就改去看新开的博物馆，门票我已经买好了。你的姐姐说她也想来，那就请你告诉她时间和地点。"
@@ -67,7 +71,7 @@ class Walk:
 
     def start_the_owner(self):
         """The owner of the AT port joins the bus as module 5"""
-        self.bench.start_owner()
+        self.bench.start_owner("--trace", self.bench.root / "trace")
         return f"the bus is {self.bench.bus}"
 
     def start_the_daemon(self):
@@ -76,6 +80,15 @@ class Walk:
         self.bench.wait_service()
         asked = self.bench.commands()
         return f"it asked the modem: {'  '.join(asked[asked.index('AT+CMGF?'):])}"
+
+    def start_the_page(self):
+        """A page for the browser, with the router's messages, the handset and the traffic between them, answers"""
+        page = start_page(self.bench)
+        with urllib.request.build_opener(urllib.request.ProxyHandler({})).open(page + "healthz", timeout=20) as answer:
+            health = json.load(answer)
+        check(health == {"daemon": True, "service": True}, health)
+        self.bench.page = page
+        return f"the page: {page}"
 
     def receive_a_text(self):
         """The handset sends a text, which arrives and is filed"""
@@ -128,8 +141,8 @@ class Walk:
                 lines.append("  " + record.content.decode())
         return "\n".join(lines)
 
-    STEPS = (start_the_modem, start_the_owner, start_the_daemon, receive_a_text, receive_parts, send_a_reply,
-             mark_read, delete, print_the_store)
+    STEPS = (start_the_modem, start_the_owner, start_the_daemon, start_the_page, receive_a_text, receive_parts,
+             send_a_reply, mark_read, delete, print_the_store)
 
     def go(self):
         for number, step in enumerate(self.STEPS, 1):
@@ -142,6 +155,22 @@ class Walk:
 def check(good, what):
     if not good:
         raise Trouble(f"not as it should be: {what!r}")
+
+
+def start_page(bench):
+    """Starts the page's server and gives its address. Whoever gets the port has it, so that two runs do not meet."""
+    for port in (PAGE_PORT, 0):
+        server = Process("sms_web", [bench.build / "bin" / "sms_web", "--port", port, "--store", bench.store.folder,
+                                     "--handset-control", bench.control, "--trace", bench.root / "trace"],
+                         str(bench.root), bench.environment(), cwd=bench.root)
+        found = wait_for(lambda: re.search(r"listening on (http://\S+)", server.out()) or server.popen.poll() is not None,
+                         "the page's server listens")
+        if found is not True:
+            bench.processes.append(server)
+            return found.group(1)
+        if port == 0 or "cannot listen" not in server.err():
+            break
+    raise Trouble(server.complaint())
 
 
 def write_environment(bench):
@@ -159,7 +188,8 @@ def write_environment(bench):
 
 def how_to_play(bench):
     print(f"""
-{paint('1', 'Now it is yours.')} In another terminal:
+{paint('1', 'Now it is yours.')} In a browser on this machine, the page: {paint('1', bench.page)}
+Or in another terminal:
 
   . {write_environment(bench)}
 
