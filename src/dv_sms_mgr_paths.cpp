@@ -8,6 +8,7 @@
 
 const char dv_sms_root[] = DV_SMS_ROOT;
 const char dv_sms_unread_path[] = DV_SMS_ROOT "/unread_sms";
+const char dv_sms_new_path[] = DV_SMS_ROOT "/.new";
 
 const dv_sms_box dv_sms_boxes[BOX_COUNT] = {
     {DV_SMS_ROOT "/sms_read", DV_SMS_ROOT "/read_index", DEVINFO_SMS_RECEIVED_FULL},

@@ -12,6 +12,7 @@ struct dv_sms_box {
 
 extern const char dv_sms_root[];
 extern const char dv_sms_unread_path[]; /* the count of unread received messages, decimal text */
+extern const char dv_sms_new_path[];    /* a record while it is written; left over where the power failed then */
 extern const dv_sms_box dv_sms_boxes[BOX_COUNT];
 
 enum { SMS_PATH_SIZE = 128 }; /* holds a box directory, a slash and a number */

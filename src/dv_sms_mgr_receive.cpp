@@ -216,6 +216,36 @@ static int find_place(const dv_sms_box &box, int cfg_max_save, int *files_num)
     return free_number(scan);
 }
 
+/* 0: written and on the flash; 1: the flash has no room for it; -1: it cannot be opened. */
+static int write_aside(const char *record)
+{
+    FILE *file = fopen(dv_sms_new_path, "w");
+
+    if (file == nullptr)
+        return -1;
+    bool good = fputs(record, file) >= 0 && fflush(file) == 0;
+
+    good = good && fsync(fileno(file)) == 0; /* else a power failure may leave the new name with nothing behind it */
+    good = fclose(file) == 0 && good;
+    return good ? 0 : 1;
+}
+
+/* Written aside, then moved into the box: wherever the power fails, a message is there whole or not at
+ * all. Into the box directly only where there is no writing aside: from another file system, or in a
+ * root that takes no new file. */
+static void write_record(const char *path, int number, int state, const sms_fields &fields, const char *date)
+{
+    char record[sizeof fields + 32]; /* two numbers and four blanks beside the fields */
+
+    snprintf(record, sizeof record, "%d %d %s %s %s", number, state, fields.phone, date, fields.text);
+    const int result = write_aside(record);
+
+    if (result > 0)
+        unlink(dv_sms_new_path);
+    else if (result < 0 || rename(dv_sms_new_path, path) != 0)
+        write_file_fmt(path, "w", "%s", record);
+}
+
 static void count_unread()
 {
     char count[UNREAD_READ_SIZE + 1] = {};
@@ -232,7 +262,7 @@ static int write_received(const char *path, int number, int state, const sms_fie
         DV_TRACE_IN(writer_name, "receive sms no data !");
         return -1;
     }
-    write_file_fmt(path, "w", "%d %d %s %s %s", number, state, fields.phone, fields.date, fields.text);
+    write_record(path, number, state, fields, fields.date);
     DV_TRACE_IN(writer_name, "receive_data-->phone[%s] recv date[%s] data[%s]", fields.phone, fields.date, fields.text);
     need_redirect_sms_to_handset(fields.text);
     count_unread();
@@ -249,7 +279,7 @@ static int write_own(const char *path, int number, int state, const sms_fields &
         return -1;
     }
     get_local_time_text(now, sizeof now);
-    write_file_fmt(path, "w", "%d %d %s %s %s", number, state, fields.phone, now, fields.text);
+    write_record(path, number, state, fields, now);
     DV_TRACE_IN(writer_name, "save msg --->%d %d %s %s %s", number, state, fields.phone, now, fields.text);
     return 0;
 }

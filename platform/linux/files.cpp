@@ -1,8 +1,12 @@
 /* Files read, replaced and removed, without a shell. */
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <set>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -38,6 +42,49 @@ static int find_target(const char *path, target *out)
     out->name = slash == std::string::npos ? real : real.substr(slash + 1);
     out->exists = stat(real.c_str(), &out->status) == 0;
     return out->name.empty() ? EISDIR : 0;
+}
+
+/* A directory that replace_content works in is named after its process; true: that one is gone. */
+static bool is_abandoned(const char *name)
+{
+    char *end = nullptr;
+
+    if (name[0] != '.' || name[1] != '.' || name[2] < '1' || name[2] > '9')
+        return false;
+    const long pid = strtol(name + 2, &end, 10);
+    return *end == '.' && pid == static_cast<pid_t>(pid) &&
+           (pid == getpid() || (kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH));
+}
+
+static void remove_folder(const std::string &path)
+{
+    DIR *folder = opendir(path.c_str());
+
+    while (const dirent *entry = folder ? readdir(folder) : nullptr)
+        (void)unlinkat(dirfd(folder), entry->d_name, 0);
+    if (folder)
+        closedir(folder);
+    rmdir(path.c_str());
+}
+
+/* Takes away what a change left that a power failure, or a kill, cut short: once a folder, before this
+ * process itself changes anything in it. */
+static void sweep(const std::string &path)
+{
+    static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    static auto *swept = new std::set<std::string>; /* stays: other threads may outlive the destructors */
+    static constexpr size_t folders_remembered = 64;
+
+    pthread_mutex_lock(&lock);
+    if (swept->size() < folders_remembered && swept->insert(path).second) {
+        DIR *folder = opendir(path.c_str());
+        while (const dirent *entry = folder ? readdir(folder) : nullptr)
+            if (is_abandoned(entry->d_name))
+                remove_folder(path + "/" + entry->d_name);
+        if (folder)
+            closedir(folder);
+    }
+    pthread_mutex_unlock(&lock);
 }
 
 /* The new content is prepared in a hidden directory of its own inside the target's directory: on
@@ -97,6 +144,7 @@ int cmd_echo(const char *text, const char *path)
     if (file.exists && access(path, W_OK) != 0)
         return errno; /* write protection protects from being replaced, too */
 
+    sweep(file.folder);
     const std::string workshop = file.folder + "/" + temporary_name("");
     if (mkdir(workshop.c_str(), 0700) != 0)
         return file.exists && errno != ENOENT ? overwrite(file, text) : errno;

@@ -1,4 +1,5 @@
 /* Files read, replaced and removed. */
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -263,6 +264,28 @@ TEST_F(files, a_kill_in_the_middle_leaves_the_old_or_the_new_text_and_no_other_f
     }
     EXPECT_EQ(0, cmd_echo("after", file.c_str()));
     EXPECT_EQ("after", read_text(file));
+}
+
+TEST_F(files, what_a_kill_left_is_swept_away_by_the_next_process)
+{
+    const pid_t gone = fork();
+
+    if (gone == 0)
+        _exit(0);
+    ASSERT_EQ(gone, waitpid(gone, nullptr, 0));
+    const std::string left = "..", dead = left + std::to_string(gone) + ".0.1a", own = left + std::to_string(getpid());
+    const std::string alive = left + std::to_string(getppid()) + ".0.1a";
+    for (const std::string &name : {dead, own + ".7.1a", alive, std::string("..no"), left + std::to_string(gone)}) {
+        ASSERT_TRUE(fs::create_directory(path(name)));
+        write_text(path(name) + "/f", "half");
+    }
+    EXPECT_EQ(0, cmd_echo("x", path("f").c_str()));
+    std::vector<std::string> expected = {alive, left + std::to_string(gone), "..no", "f"};
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(expected, entries_of(directory));
+    ASSERT_TRUE(fs::create_directory(path(dead)));
+    EXPECT_EQ(0, cmd_echo("y", path("f").c_str()));
+    EXPECT_TRUE(fs::exists(path(dead))) << "it is not looked for again and again";
 }
 
 TEST_F(files, rm_removes_a_file_and_nothing_but_a_file)

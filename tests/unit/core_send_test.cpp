@@ -70,7 +70,7 @@ TEST_F(sending, checks_then_submits_then_reports_then_files)
     EXPECT_EQ(0u, calls[2].find("bus 5 AT+DORVYSMS="));
     EXPECT_EQ((lines{"pthread_cond_timedwait 18", std::string("flag_get_item ") + last_code + " 8",
                      std::string("flag_set ") + last_code + " \"0\"", "statfs mnt/data/sms/sms_send",
-                     "fopen mnt/data/sms/sms_send/1 w", "fopen mnt/data/sms/send_index a", "sync",
+                     "fopen mnt/data/sms/.new w", "fopen mnt/data/sms/send_index a", "sync",
                      "set_devinfo_value_by_id 306003 \"0\" 1"}),
               lines(calls.begin() + 3, calls.end()));
     EXPECT_EQ("1 1 +31612345678 2024-03-05 14:07:00 hello", filed());

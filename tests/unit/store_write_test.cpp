@@ -1,7 +1,10 @@
 /* Filing: what stands in the files, in which order they are written, and who is told. */
 #include <pthread.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <filesystem>
@@ -189,7 +192,7 @@ TEST_F(store_write, steps_of_a_received_message)
     platform.set_cfg("USR_SMS_REDIRECT_PHONE", "123");
     EXPECT_EQ(0, receive());
     EXPECT_EQ((lines{"util_shell mkdir -p " + read_dir, "get_CFG_int SYS_SMS_MAX_SAVE_SIZE", "statfs " + read_dir,
-                     "fopen " + read_dir + "/1 w", "get_CFG_int USR_SMS_REDIRECT_SW",
+                     "fopen " + root + "/.new w", "get_CFG_int USR_SMS_REDIRECT_SW",
                      "cfg_get_item USR_SMS_REDIRECT_PHONE 32", "cmd_cat " + unread + " 6", "fopen " + unread + " w",
                      "set_devinfo_value_by_id 306001 \"1\" 1", "cmd_echo \" \" " + read_index,
                      "fopen " + read_index + " a", "sync", "set_devinfo_value_by_id 306002 \"0\" 1"}),
@@ -210,7 +213,7 @@ TEST_F(store_write, steps_of_a_sent_message)
     put_files(send_dir, 2);
     write_file(send_index, " 1 2 ");
     EXPECT_EQ(0, file(BOX_SENT, 1, {"123", "a b"}));
-    EXPECT_EQ((lines{"get_CFG_int SYS_SMS_MAX_SAVE_SIZE", "statfs " + send_dir, "fopen " + send_dir + "/3 w",
+    EXPECT_EQ((lines{"get_CFG_int SYS_SMS_MAX_SAVE_SIZE", "statfs " + send_dir, "fopen " + root + "/.new w",
                      "fopen " + send_index + " a", "sync", "set_devinfo_value_by_id 306003 \"0\" 1"}),
               calls());
     EXPECT_EQ((lines{writer + ": save_path(" + send_dir + "), index_path(" + send_index + ") state(1)",
@@ -346,7 +349,7 @@ TEST_F(store_write, failing_writes_do_not_stop_it)
         int failing; /* the fopen that fails */
         bool file, counter;
         const char *index;
-    } rows[] = {{"the message's", 1, false, true, " 1 "},
+    } rows[] = {{"the message's, beside the box", 1, true, true, " 1 "},
                 {"the counter's", 2, true, false, " 1 "},
                 {"the index's", 3, true, true, " "}};
 
@@ -368,6 +371,74 @@ TEST_F(store_write, failing_writes_do_not_stop_it)
     EXPECT_EQ(0, receive());
     EXPECT_EQ("1 ", read_file(read_index));
     EXPECT_EQ("1", read_file(unread));
+}
+
+TEST_F(store_write, message_that_cannot_be_written_at_all)
+{
+    EXPECT_EQ(0, receive());
+    seams::fail("fopen", 1, 0, true);
+    EXPECT_EQ(0, receive());
+    EXPECT_FALSE(exists(read_dir + "/2"));
+    EXPECT_EQ(2, platform.count("sync"));
+}
+
+TEST_F(store_write, message_of_which_only_the_beginning_can_be_written_is_not_there_at_all)
+{
+    struct rlimit limit = {}, before = {};
+
+    EXPECT_EQ(0, receive());
+    signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &before);
+    limit = before;
+    limit.rlim_cur = 1000; /* the flash is full behind so many bytes */
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(0, file(BOX_RECEIVED, 0, {"1", std::string(4000, 'x'), "d"}));
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(lines{"1"}, names(read_dir));
+    EXPECT_FALSE(exists(root + "/.new"));
+    EXPECT_EQ(0, file(BOX_RECEIVED, 0, {"1", std::string(4000, 'x'), "d"}));
+    EXPECT_EQ("2 0 1 d " + std::string(4000, 'x'), read_file(read_dir + "/2"));
+}
+
+/* --- a message is there whole or not at all --- */
+
+TEST_F(store_write, message_is_moved_into_its_box_when_it_is_whole)
+{
+    const std::string text(4000, 'x'); /* more than is written in one go */
+    bool seen = false;
+
+    put_files(read_dir, 1);
+    platform.set_hook([&](const std::string &call) {
+        if (call == "fopen " + root + "/.new w") {
+            EXPECT_FALSE(exists(read_dir + "/2"));
+        }
+        if (call == "get_CFG_int USR_SMS_REDIRECT_SW") {
+            seen = true;
+            EXPECT_EQ("2 0 1 d " + text, read_file(read_dir + "/2"));
+            EXPECT_FALSE(exists(root + "/.new"));
+        }
+    });
+    EXPECT_EQ(0, file(BOX_RECEIVED, 0, {"1", text, "d"}));
+    EXPECT_TRUE(seen);
+    EXPECT_EQ(1, platform.count("fopen " + root + "/.new w"));
+    EXPECT_EQ(0, platform.count("fopen " + read_dir + "/2 w"));
+}
+
+TEST_F(store_write, what_a_power_failure_left_is_overwritten_and_never_counted)
+{
+    write_file(root + "/.new", std::string(5000, 'y'));
+    put_files(read_dir, 0);
+    EXPECT_EQ(0, receive());
+    EXPECT_EQ("1 0 +31612345678 2024/03/05 14:07:00 hi", read_file(read_dir + "/1"));
+    EXPECT_FALSE(exists(root + "/.new"));
+}
+
+TEST_F(store_write, box_elsewhere_is_written_directly)
+{
+    make_boxes();
+    ASSERT_EQ(0, mkdir((root + "/.new").c_str(), 0777)); /* nothing can be written aside */
+    EXPECT_EQ(0, receive());
+    EXPECT_EQ("1 0 +31612345678 2024/03/05 14:07:00 hi", read_file(read_dir + "/1"));
 }
 
 /* --- from the decoded message --- */
