@@ -72,6 +72,8 @@ void compare_sender(const message &m, const daemon_view &d, std::vector<differen
     why.add((m.address_type >> 4 & 7) == 1 && m.address_type != 0x91, "only the type 91 makes a number international");
     why.add(m.address_type == 0x91 && octets == 0, "the \"+\" of type 91 stands also in front of no digits");
     why.add(m.address.find('?') != std::string::npos, "a fill in front of the end stays as \"F\"");
+    why.add(!is_name(m) && m.address_digits % 2 == 1 && octets > 0 && (m.address_value.back() >> 4) != 0x0F,
+            "digits are read in pairs: one that stands where the fill should be is kept");
     why.add(m.address.size() > 31, "a sender has at most 31 characters");
     out.push_back({"sender", in_quotes(m.address), in_quotes(d.sender), why.text()});
 }

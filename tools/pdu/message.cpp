@@ -1,5 +1,7 @@
 #include "message.h"
 
+#include <algorithm>
+
 #include "address.h"
 #include "charset.h"
 #include "cursor.h"
@@ -197,6 +199,7 @@ private:
         if ((type.bytes[0] >> 4 & 7) != 5)
             check_digits(value, digits);
         out_.has_address = true;
+        out_.address_digits = digits;
         out_.address_value = value.bytes;
         out_.address = address_text(type.bytes[0], value.bytes, digits);
         group.meaning = sms_client::make_printable(out_.address, false);
@@ -318,14 +321,18 @@ private:
 message read_message(std::string_view hex, const options &how)
 {
     message out;
-    out.bytes = take_hex(hex, out.problems);
-    const bool cut_already = !out.problems.empty();
+    std::vector<problem> in_digits;
+    out.bytes = take_hex(hex, in_digits);
     try {
         reader(out).read(how);
     } catch (const cut_short &end) {
-        if (!cut_already)
-            out.problems.push_back(end.why);
+        out.problems.push_back(end.why);
     }
+    if (!in_digits.empty()) /* then that is why the octets end */
+        std::erase_if(out.problems, [&](const problem &p) { return p.offset >= out.bytes.size(); });
+    out.problems.insert(out.problems.end(), in_digits.begin(), in_digits.end());
+    std::stable_sort(out.problems.begin(), out.problems.end(),
+                     [](const problem &a, const problem &b) { return a.offset < b.offset; });
     return out;
 }
 

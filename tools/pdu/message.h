@@ -51,7 +51,7 @@ struct message {
     layout kind = layout::deliver;
     octets bytes;
     std::vector<field> fields;
-    std::vector<problem> problems; /* in the order in which they were met */
+    std::vector<problem> problems; /* by their octets */
 
     /* What the fields say, as far as they are there. */
     size_t smsc_octets = 0; /* in front of the TPDU */
@@ -59,6 +59,7 @@ struct message {
     std::string address;      /* sender, destination or recipient, in UTF-8 */
     bool has_address = false; /* it is there whole */
     unsigned address_type = 0;
+    size_t address_digits = 0; /* semi-octets, as stated */
     octets address_value;
     std::string date; /* "2024-03-05 14:07:00 +01:00" */
     int zone = 0;     /* quarters of an hour ahead of UTC */

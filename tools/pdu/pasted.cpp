@@ -13,7 +13,8 @@ constexpr std::string_view blanks = " \t\x1A";
 /* In front of a PDU: on a line of its own, or up to a comma on the same line. */
 constexpr std::string_view headers[] = {"+CMGR:", "+CMGL:", "+CMT:", "+CDS:", "AT+CMGS="};
 constexpr std::string_view commands[] = {"AT+DORVYSMS="};
-constexpr std::string_view others[] = {"OK", "ERROR", "AT", "+"}; /* and what a modem says else */
+constexpr std::string_view others[] = {"OK", "ERROR", "AT", "+"}; /* what else stands at a line's beginning */
+constexpr std::string_view noted[] = {"AT+", " AT"};              /* a command behind the time at which it came */
 
 std::vector<std::string> lines_of(std::string_view text)
 {
@@ -101,7 +102,7 @@ std::vector<pasted> find_pdus(std::string_view text)
         } else if (header != std::string_view::npos) {
             out.push_back({"", std::string(line.substr(header)), stated_by(line.substr(header))});
             awaited = true;
-        } else if (begins_with(line, others)) {
+        } else if (begins_with(line, others) || find_any(line, noted) != std::string_view::npos) {
             awaited = false;
         } else if (awaited) {
             out.back().hex = without_blanks(line);
