@@ -11,7 +11,6 @@ import pytest
 from fake_manager import BUILD, Bench
 
 TOOLS = Path(__file__).resolve().parents[2] / "tools"
-COMPLETION = TOOLS / "completion" / "smsctl"
 EVERYWHERE = {"--help", "--version", "-h"}
 
 
@@ -21,9 +20,9 @@ def help_of(program, *command):
 
 
 def options_in(help_text):
+    """Those of a group that stands by itself as well."""
     section = help_text.split("\nOptions:\n", 1)[1].split("\n\n", 1)[0]
-    return {name for line in section.splitlines() if line.startswith("  -")
-            for name in line.split()[0].split(",")}
+    return {name for line in section.splitlines() if re.match(r" +-", line) for name in line.split()[0].split(",")}
 
 
 def commands_in(help_text):
@@ -56,7 +55,7 @@ def plain(text):
 
 def options_of_page(text):
     return {name for tag in re.findall(r"^\.TP\n(.+)", plain(text), re.M)
-            for name in re.findall(r"(?<!\S)--?[a-z][a-z-]*", tag)}
+            for name in re.findall(r"(?<!\S)--?[a-z][a-z0-9-]*", tag)}
 
 
 def test_manual_of_smsctl(commands):
@@ -77,8 +76,36 @@ def test_manual_of_at_owner():
     assert options_of_page(text.split(".SH OPTIONS\n")[1].split("\n.SH ")[0]) == options_in(help_of("at_owner"))
 
 
+SIMPLE = ["sms_pdu", "t750_sim", "handset", "modem"]       # a level of commands, or none
+
+
+@pytest.mark.parametrize("program", SIMPLE)
+def test_manual_of_the_other_programs(program):
+    text = (TOOLS / "man" / f"{program}.1").read_text()
+    assert options_of_page(re.split(r"^\.SH .*\n", text.split(".SH OPTIONS\n")[1], flags=re.M)[0]) == \
+        options_in(help_of(program))
+    found = {}
+    if ".SH COMMANDS\n" in text:
+        parts = re.split(r"^\.SS (.+)\n", text.split(".SH COMMANDS\n")[1].split("\n.SH ")[0], flags=re.M)[1:]
+        for heading, body in zip(parts[::2], parts[1::2]):
+            found[plain(heading).split()[0]] = options_of_page(body) | \
+                set(re.findall(r"--[a-z]+", plain(heading)))
+    assert found == {name: options_in(help_of(program, name)) - EVERYWHERE for name in commands_in(help_of(program))}
+
+
+def test_every_program_has_a_manual_page():
+    pages = {path.stem for path in (TOOLS / "man").iterdir()}
+    assert pages == {"dv_sms_mgr", "smsctl", "at_owner", "sms_web", *SIMPLE}
+
+
+def test_manual_of_the_daemon_names_its_only_switch():
+    text = (TOOLS / "man" / "dv_sms_mgr.8").read_text()
+    used = set(re.findall(r'strcmp\(argv\[i\], "(-\w)"\)', (TOOLS.parent / "src" / "main.cpp").read_text()))
+    assert set(re.findall(r"^\\fB(-\w)\\fR$", text.replace("\\-", "-"), re.M)) == used == {"-D"}
+
+
 @pytest.mark.skipif(not shutil.which("groff"), reason="no groff")
-@pytest.mark.parametrize("page", ["smsctl.1", "at_owner.8"])
+@pytest.mark.parametrize("page", sorted(path.name for path in (TOOLS / "man").iterdir()))
 def test_pages_are_sound(page):
     done = subprocess.run(["groff", "-man", "-Tutf8", "-ww", "-z", TOOLS / "man" / page], capture_output=True, text=True,
                           timeout=20)
@@ -87,9 +114,9 @@ def test_pages_are_sound(page):
 
 # ---- completion ----
 
-def complete(*words, function="_smsctl", env=None):
+def complete(*words, function="_smsctl", file=None, env=None):
     """What completing the last of the words offers."""
-    script = (f'source {COMPLETION}; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); {function}; '
+    script = (f'source {TOOLS / "completion" / (file or function[1:])}; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); {function}; '
               'printf "%s\\n" "${COMPREPLY[@]}"')
     done = subprocess.run(["bash", "-c", script, "bash", *words], capture_output=True, text=True, timeout=20,
                           env=env or os.environ)
@@ -135,3 +162,37 @@ def test_completion_of_message_numbers():
         assert complete("smsctl", "resend", "", env=env) == {"7"}
         assert complete("smsctl", "--store", str(b.root), "show", "inbox", "", env=env) == set()
         assert complete("smsctl", "show", "--json", "inbox", "", env=env) == {"3", "12"}
+
+
+def complete_by_help(program, *words):
+    env = {**os.environ, "PATH": f"{BUILD / 'bin'}:{os.environ['PATH']}"}
+    return complete(program, *words, function="_dv_from_help", file="sms_pdu", env=env)
+
+
+@pytest.mark.parametrize("program", SIMPLE)
+def test_completion_by_help(program):
+    names = commands_in(help_of(program))
+    assert complete_by_help(program, "-") == options_in(help_of(program)) - {"-h"}
+    if names:
+        assert complete_by_help(program, "") == set(names)
+    for name in names:
+        assert complete_by_help(program, name, "-") == options_in(help_of(program, name)) - {"-h"}, name
+
+
+def test_completion_by_help_of_choices(tmp_path):
+    (tmp_path / "socket").touch()
+    assert complete_by_help("modem", "sim", "") == {"in", "out"}
+    assert complete_by_help("modem", "registered", "o") == {"on", "off"}
+    assert complete_by_help("t750_sim", "--cscs", "") == {"IRA", "GSM", "UCS2"}
+    assert complete_by_help("t750_sim", "--capacity", "") == set()
+    assert complete_by_help("modem", "--control", f"{tmp_path}/") == {f"{tmp_path}/socket"}
+    assert complete_by_help("modem", "--control", "status", "") == set(commands_in(help_of("modem"))), \
+        "the value of an option is no command"
+    assert complete_by_help("sms_pdu", "en") == {"encode"}
+
+
+def test_completion_is_found_by_the_programs_name():
+    """A completion file is looked up by the name of the command."""
+    for program in ("smsctl", "at_owner", "sms_web", "sms_pdu"):
+        script = f'source {TOOLS / "completion" / program}; complete -p {program}'
+        assert subprocess.run(["bash", "-c", script], capture_output=True, timeout=20).returncode == 0, program
