@@ -15,6 +15,11 @@ if(DV_SANITIZE)
     endif()
 endif()
 
+if(DV_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic -fprofile-abs-path)
+    add_link_options(--coverage)
+endif()
+
 add_library(dv_hardening INTERFACE)
 target_compile_options(dv_hardening INTERFACE -fstack-protector-strong)
 if(NOT DV_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")

@@ -362,4 +362,13 @@ TEST_F(queues, the_longest_raw_data_are_printed_whole)
     EXPECT_EQ("[dv_sms_mgr] <= recv atind data:" + escaped + "\n", output());
 }
 
+TEST_F(queues, raw_data_longer_than_any_record_are_cut_behind_a_whole_line_end)
+{
+    dv_sms_mgr_log_data("", std::string(9000, '\n').c_str());
+    std::string escaped;
+    for (int i = 0; i < 4096; i++)
+        escaped += "\\n";
+    EXPECT_EQ("[dv_sms_mgr] " + escaped + "\n", output());
+}
+
 } // namespace

@@ -398,6 +398,16 @@ TEST_F(read_delete, cut_index_ends_with_a_whole_character)
     EXPECT_EQ(std::string(4092, ' '), read_file(draft_index));
 }
 
+TEST_F(read_delete, cut_index_without_a_whole_character_stays)
+{
+    const std::string continuations(4096, '\x80');
+
+    set_up_box(BOX_DRAFT, {1});
+    write_file(draft_index, continuations + "2 ");
+    EXPECT_EQ(0, remove(BOX_DRAFT, "1"));
+    EXPECT_EQ(continuations, read_file(draft_index));
+}
+
 /* --- replacing --- */
 
 TEST_F(read_delete, first_occurrence_is_replaced)

@@ -21,6 +21,7 @@ protected:
     void TearDown() override
     {
         store_seams::hide_types(false);
+        store_seams::vanish(nullptr);
         store_seams::fail_opendir(false);
         store_bench::TearDown();
     }
@@ -273,6 +274,14 @@ TEST_F(store_capacity, only_regular_files_are_counted)
     }
     store_seams::fail_opendir(true);
     EXPECT_EQ(-1, count_regular_files("box"));
+}
+
+TEST_F(store_capacity, file_that_vanishes_before_its_type_is_looked_up_is_not_counted)
+{
+    make_entries("box", {"1", "2", "3"});
+    store_seams::hide_types(true);
+    store_seams::vanish("2");
+    EXPECT_EQ(2, count_regular_files("box"));
 }
 
 TEST_F(store_capacity, formatted_text_replaces_or_appends)

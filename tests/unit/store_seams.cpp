@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <atomic>
 
@@ -13,10 +15,16 @@ dirent *__wrap_readdir(DIR *dir);
 }
 
 static std::atomic<bool> types_hidden, opendir_fails;
+static std::atomic<const char *> vanishing;
 
 void store_seams::hide_types(bool hidden)
 {
     types_hidden = hidden;
+}
+
+void store_seams::vanish(const char *name)
+{
+    vanishing = name;
 }
 
 void store_seams::fail_opendir(bool fails)
@@ -39,5 +47,7 @@ dirent *__wrap_readdir(DIR *dir)
 
     if (entry != nullptr && types_hidden)
         entry->d_type = DT_UNKNOWN;
+    if (entry != nullptr && vanishing != nullptr && strcmp(entry->d_name, vanishing) == 0)
+        unlinkat(dirfd(dir), entry->d_name, 0);
     return entry;
 }

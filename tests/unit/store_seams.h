@@ -8,6 +8,9 @@ namespace store_seams
 /* readdir tells no entry's type (DT_UNKNOWN), as on some flash file systems. */
 void hide_types(bool hidden);
 
+/* The entry of this name is removed as soon as readdir has given it; null: none. */
+void vanish(const char *name);
+
 /* opendir fails. */
 void fail_opendir(bool fails);
 
