@@ -23,7 +23,7 @@ endif()
 add_library(dv_hardening INTERFACE)
 target_compile_options(dv_hardening INTERFACE -fstack-protector-strong)
 if(NOT DV_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_compile_options(dv_hardening INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    target_compile_options(dv_hardening INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
 endif()
 # New dtags: the search path stays replaceable by LD_LIBRARY_PATH.
 target_link_options(dv_hardening INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed -Wl,--enable-new-dtags)
