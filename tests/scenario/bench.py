@@ -93,10 +93,13 @@ class Store:
 
 
 class Bench:
-    def __init__(self, factor=None, build=BUILD):
+    def __init__(self, factor=None, build=BUILD, root=None):
+        """`root`: a directory to live in, made when it is missing; otherwise a new one."""
         self.build = Path(build)
         self.factor = FACTOR if factor is None else factor
-        self.root = Path(tempfile.mkdtemp(prefix="dv_sms_"))
+        if root:
+            os.makedirs(root, exist_ok=True)
+        self.root = Path(root or tempfile.mkdtemp(prefix="dv_sms_"))
         self.platform = self.root / "platform"
         self.bus = str(self.platform / "bus")
         self.cfg = Values(self.platform / "cfg")
@@ -110,7 +113,7 @@ class Bench:
         self.modem_process = self.owner = self.daemon = None
         self.fake = None
         self._probes = 0
-        os.makedirs(self.bus)
+        os.makedirs(self.bus, exist_ok=True)
         self.cfg["SYS_SMS_SW"] = "1"
         self.cfg["SYS_SMS_MAX_SAVE_SIZE"] = "100"
         self.devinfo[SIM_READY] = "1"
