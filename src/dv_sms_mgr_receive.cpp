@@ -216,23 +216,21 @@ static int find_place(const dv_sms_box &box, int cfg_max_save, int *files_num)
     return free_number(scan);
 }
 
-/* 0: written and on the flash; 1: the flash has no room for it; -1: it cannot be opened. */
+/* 0: written; 1: the flash has no room for it; -1: it cannot be opened. */
 static int write_aside(const char *record)
 {
     FILE *file = fopen(dv_sms_new_path, "w");
 
     if (file == nullptr)
         return -1;
-    bool good = fputs(record, file) >= 0 && fflush(file) == 0;
+    const bool written = fputs(record, file) >= 0;
 
-    good = good && fsync(fileno(file)) == 0; /* else a power failure may leave the new name with nothing behind it */
-    good = fclose(file) == 0 && good;
-    return good ? 0 : 1;
+    return fclose(file) == 0 && written ? 0 : 1;
 }
 
-/* Written aside, then moved into the box: wherever the power fails, a message is there whole or not at
- * all. Into the box directly only where there is no writing aside: from another file system, or in a
- * root that takes no new file. */
+/* Written aside, then moved into the box, so that no reader and no restart finds half a message; the
+ * one sync() at the end of the filing brings it to the flash. Into the box directly only where there is
+ * no writing aside: from another file system, or in a root that takes no new file. */
 static void write_record(const char *path, int number, int state, const sms_fields &fields, const char *date)
 {
     char record[sizeof fields + 32]; /* two numbers and four blanks beside the fields */
