@@ -112,6 +112,7 @@ class Bench:
         self.processes = []
         self.modem_process = self.owner = self.daemon = None
         self.fake = None
+        self.preloaded = ["fast_time"]          # into the programs that are started from now on
         self._probes = 0
         os.makedirs(self.bus, exist_ok=True)
         self.cfg["SYS_SMS_SW"] = "1"
@@ -152,7 +153,8 @@ class Bench:
         return "\n".join(parts)
 
     def environment(self):
-        return environment(self.factor, self.build / "lib" / "libfast_time.so",
+        libraries = ":".join(str(self.build / "lib" / f"lib{name}.so") for name in self.preloaded)
+        return environment(self.factor, libraries, BAD_FLASH=str(self.root / "bad_flash"),
                            DV_PLATFORM_ROOT=str(self.platform), DV_PLATFORM_LOG=str(self.log_path),
                            DV_PLATFORM_SYSLOG="0", DV_SMS_STORE=str(self.store.folder),
                            T750_SIM_CONTROL=str(self.control))
@@ -244,10 +246,15 @@ class Bench:
         said = f"Didn't match any Func, default ignore it:\\r\\n+BENCH: {self._probes}\\r\\n"
         bus.send(self.bus, bus.SMS_MGR, bus.pack_record(
             bus.MSG_INDICATION, bus.pack_indication(f"\r\n+BENCH: {self._probes}\r\n"), bus.AT_OWNER))
-        seen = "recv msg(0x1010) from "
-        before = self._probes
-        self.wait(lambda: self.trace().count(seen) >= before or said in self.trace(), "the daemon takes a record")
+        self.wait_passed(0x60000000 + self._probes)
         return said in self.trace()
+
+    def wait_passed(self, message, seconds=30):
+        """Sends a record that means nothing; when it is taken, so is all that was sent before."""
+        seen = f"recv msg(0x{message:04X}) from "
+        count = self.trace().count(seen)
+        self.request(message)
+        self.wait(lambda: self.trace().count(seen) > count, "the daemon takes a record", seconds)
 
     def wait_service(self, seconds=30):
         self.wait_log("dv_sms_mgr init complete", seconds=seconds)

@@ -394,8 +394,8 @@ TEST_F(handler, files_a_draft_between_the_two_flags)
     EXPECT_EQ("1 1 +31612345678 2024-03-05 14:07:00 later", read_file("mnt/data/sms/sms_draft/1"));
     EXPECT_EQ("0", platform.flag(last_code));
     EXPECT_ONLY_TRACED("dv_sms_mgr_handler", "DV_SMS_MGR_MSG_ID_SAVE_DRAFT_SMS phone: +31612345678 msg:later");
-    EXPECT_TRUE(calls_in_order({std::string("flag_set ") + last_message + " \"3,21767\"",
-                                "fopen mnt/data/sms/.new w", std::string("flag_get_item ") + last_code + " 8",
+    EXPECT_TRUE(calls_in_order({std::string("flag_set ") + last_message + " \"3,21767\"", "fopen mnt/data/sms/.new w",
+                                std::string("flag_get_item ") + last_code + " 8",
                                 std::string("flag_set ") + last_code + " \"0\""}));
     EXPECT_EQ(0, waiting());
 }
