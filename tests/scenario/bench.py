@@ -22,6 +22,9 @@ from processes import Process, Trouble, environment, read_text, wait_for
 REPOSITORY = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("DV_BUILD", REPOSITORY / "build" / "release"))
 FACTOR = int(os.environ.get("DV_FACTOR", "20"))
+EMULATOR = os.environ.get("DV_EMULATOR", "").split()     # what runs programs that were built for another processor
+GENERIC = os.environ.get("DV_MODEM") == "generic"       # any modem that speaks 3GPP TS 27.005, instead of a T750
+SEND = "AT+CMGS" if GENERIC else "AT+DORVYSMS"          # what the modem gets when a message is sent
 KEEP = bool(os.environ.get("DV_KEEP"))          # leave the directory of a bench that failed
 
 BOXES = {"read": "sms_read", "send": "sms_send", "draft": "sms_draft"}
@@ -160,7 +163,7 @@ class Bench:
                            T750_SIM_CONTROL=str(self.control))
 
     def launch(self, name, *arguments):
-        process = Process(name, [self.build / "bin" / arguments[0], *arguments[1:]], str(self.root),
+        process = Process(name, [*EMULATOR, self.build / "bin" / arguments[0], *arguments[1:]], str(self.root),
                           self.environment(), cwd=self.root)
         self.processes.append(process)
         return process
@@ -174,11 +177,15 @@ class Bench:
 
     def start_modem(self, *options):
         self.modem_process = self.launch("t750_sim", "t750_sim", "--pty-link", self.port, "--control", self.control,
-                                         "--trace", self.root / "modem.trace", *options)
+                                         "--trace", self.root / "modem.trace", *(["--generic"] if GENERIC else []),
+                                         *options)
         self.wait(lambda: "ready" in self.modem_process.out(), "the simulated modem is ready")
+        if GENERIC:
+            for line, moment in (("RING", "answer"), ("^BOOT:0", "prompt"), ("RING", "before")):
+                self.modem("urc", line, "--moment", moment, "--times", "100")
 
     def start_owner(self, *options):
-        self.owner = self.launch("at_owner", "at_owner", self.port, *options)
+        self.owner = self.launch("at_owner", "at_owner", self.port, *(["--generic"] if GENERIC else []), *options)
         self.wait(lambda: "ready" in self.owner.out(), "the owner of the port is ready")
 
     def start_fake_owner(self, answers=None):
@@ -294,7 +301,7 @@ class Bench:
 
     def call(self, *arguments):
         """Runs one of the build's commands to its end; gives its exit code, output and complaints."""
-        done = subprocess.run([str(self.build / "bin" / arguments[0]), *map(str, arguments[1:])],
+        done = subprocess.run([*EMULATOR, str(self.build / "bin" / arguments[0]), *map(str, arguments[1:])],
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=120,
                               env=self.environment(), cwd=self.root)
         return (done.returncode, done.stdout.decode("utf-8", "surrogateescape"),

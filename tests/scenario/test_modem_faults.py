@@ -2,7 +2,7 @@
 
 import pytest
 
-from bench import Bench
+from bench import SEND, Bench
 
 
 def test_an_unplugged_modem_comes_back():
@@ -87,7 +87,7 @@ def test_an_answer_behind_its_time_is_not_taken_for_the_next_one():
         bench.modem("delay", "10")
         bench.handset("send", "--via", "cmti", "stored")
         bench.wait(lambda: bench.send("+31687654321", "in time", seconds=60) == 0, "the modem is in step again", 60)
-        bench.modem("fail", "AT+DORVYSMS", "500")
+        bench.modem("fail", SEND, "500")
         assert bench.send("+31687654321", "refused", seconds=60) == 500
         bench.modem("fail", "--clear")
         bench.wait(lambda: bench.stored() == [] and bench.store.texts("read") == ["stored"], "the stored text is filed")

@@ -2,7 +2,7 @@
 
 import json
 
-from bench import Bench
+from bench import SEND, Bench
 
 DONE, FAILED, WRONG_USE, NO_ANSWER, NOTHING = range(5)
 HANDSET = "+31687654321"
@@ -38,7 +38,7 @@ def test_a_day_with_the_client():
 def test_what_goes_wrong_is_told():
     with Bench() as bench:
         bench.start()
-        bench.modem("fail", "AT+DORVYSMS", "500")
+        bench.modem("fail", SEND, "500")
         code, out, err = bench.call("smsctl", "send", HANDSET, "refused")
         assert (code, out) == (FAILED, "") and err
         bench.modem("fail", "--clear")
