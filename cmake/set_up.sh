@@ -33,6 +33,13 @@ as_root() {
 
 apt() { as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null; }
 
+# add_architecture NAME: packages of another processor can be installed after this.
+add_architecture() {
+    if command -v dpkg >/dev/null && ! dpkg --print-foreign-architectures | grep -q -x "$1"; then
+        as_root dpkg --add-architecture "$1" && apt update
+    fi
+}
+
 # set_up KIND...: installs what is missing, and says so. Nothing is done, and no right needed, when all is there.
 set_up() {
     local missing name
