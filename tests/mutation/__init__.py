@@ -1,0 +1,7 @@
+"""The single changes that tests/mutate makes: (name, file, what stands there exactly once, what takes its place)."""
+from . import codec, core, store
+
+CHANGES = core.CHANGES + codec.CHANGES + store.CHANGES
+
+# Changes that nobody can see, each with the reason.
+EQUIVALENT = {}
