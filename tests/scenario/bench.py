@@ -69,7 +69,8 @@ class Store:
 
     def numbers(self, box):
         try:
-            return sorted(int(name) for name in os.listdir(self.folder / BOXES[box]))
+            names = os.listdir(self.folder / BOXES[box])
+            return sorted(int(name) for name in names if not name.startswith("."))  # a dot: a change under way
         except FileNotFoundError:
             return []
 
