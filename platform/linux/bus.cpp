@@ -82,6 +82,8 @@ static sockmsg_record *wait_for_place()
     pthread_mutex_lock(&waiting_lock);
     while (g_waiting_count == waiting_limit)
         pthread_cond_wait(&waiting_room, &waiting_lock);
+    if (g_waiting_count == 0)
+        g_waiting_first = 0; /* the same few pages again, instead of a megabyte in turn */
     sockmsg_record *place = &waiting[(g_waiting_first + g_waiting_count) % waiting_limit];
     pthread_mutex_unlock(&waiting_lock);
     return place;
