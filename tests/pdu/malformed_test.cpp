@@ -93,12 +93,12 @@ TEST(Malformed, IsReadUpToACutAtEveryDigit)
 }
 
 /* Whatever stands in an octet, nothing is read twice, left out or read past the end (the sanitizers look on). */
-TEST(Malformed, SurvivesEveryValueInEveryOctet)
+TEST(Malformed, SurvivesAnyValueInEveryOctet)
 {
     for (const std::string &sample : samples()) {
         const std::string hex = squeezed(sample);
         for (size_t at = 0; at < hex.size(); at += 2) {
-            for (unsigned value = 0; value < 256; value += 5) {
+            for (unsigned value = 0; value < 256; value += 17) {
                 char octet[3];
                 std::snprintf(octet, sizeof octet, "%02X", value);
                 const std::string changed = hex.substr(0, at) + octet + hex.substr(at + 2);
