@@ -45,5 +45,5 @@ def compilers(folder):
 def follow(script, folder, **variables):
     """Runs it as one pastes it, and stops where it goes wrong."""
     env = {**os.environ, **{name: str(value) for name, value in variables.items()}}
-    return subprocess.run(["bash", "-e", "-c", script], cwd=folder, env=env, capture_output=True, text=True, timeout=240,
+    return subprocess.run(["bash", "-e", "-c", script], cwd=folder, env=env, capture_output=True, text=True, timeout=800,
                           stdin=subprocess.DEVNULL)

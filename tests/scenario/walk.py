@@ -198,6 +198,7 @@ Or in another terminal:
   smsctl send {HANDSET} "At home"     a text from the router (smsctl --help: draft, read, delete, status)
   handset inbox                           what the handset got
   modem commands                          what the daemon asked of the modem
+  modem commands AT+DORVYSMS | sms_pdu decode    what it sent, octet by octet (sms_pdu --help: why a PDU reads as it does)
   modem unplug; modem plug                the cable (modem --help: a deaf, slow, full or garbled modem)
   smsctl cfg set SYS_SMS_SW 0             the service's switch; 1 turns it on again
   smsctl devinfo set {SIM_READY} 0         takes the SIM out; 1 puts it back
