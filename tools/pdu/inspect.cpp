@@ -267,10 +267,9 @@ outgoing plan(const std::string &number, const std::string &text, const std::str
 
 json to_json(const inspection &one)
 {
-    json out = {{"pdu", one.given.hex}};
+    json out = {{"pdu", readable(one.given.hex)}};
     if (!one.given.header.empty())
         out["header"] = readable(one.given.header);
-    out["pdu"] = readable(one.given.hex);
     out["kind"] = name_of(one.standard.kind);
     out["fields"] = fields_json(one.standard.fields);
     out["problems"] = problems_json(one.standard.problems);

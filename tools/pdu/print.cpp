@@ -36,7 +36,7 @@ std::string shown(const std::string &bytes)
 /* Offset, octets, name and meaning. Octets that do not fit one line go on below. */
 void add_field(std::string &out, const field &one, size_t depth)
 {
-    const bool divided = !one.children.empty() && !one.children[0].bytes.empty() && one.name != "first octet";
+    const bool divided = !one.children.empty() && !one.children[0].bytes.empty();
     std::string hex = one.bits.empty() ? sim::to_hex(one.bytes) : one.bits;
     if (divided)
         hex.clear(); /* its fields show them */
