@@ -9,6 +9,8 @@ namespace
 using web::endless;
 using web::event_hub;
 
+constexpr const char hello[] = "retry: 1000\nevent: hello\ndata: {}\n\n";
+
 struct Events : testing::Test {
     int wakes = 0;
     event_hub hub{[this] { wakes++; }};
@@ -17,7 +19,7 @@ struct Events : testing::Test {
     {
         auto stream = hub.listen();
         EXPECT_TRUE(stream.has_value());
-        EXPECT_EQ(stream->next().value_or(""), "event: hello\ndata: {}\n\n");
+        EXPECT_EQ(stream->next().value_or(""), hello);
         return std::move(*stream);
     }
 };
@@ -57,7 +59,7 @@ TEST_F(Events, BeginAnewForWhoIsTooSlow)
         hub.publish("x", i);
         EXPECT_EQ(quick.next(), "event: x\ndata: " + std::to_string(i) + "\n\n");
     }
-    EXPECT_EQ(slow.next(), "event: hello\ndata: {}\n\n");
+    EXPECT_EQ(slow.next(), hello);
     hub.publish("y", {});
     EXPECT_EQ(slow.next(), "event: y\ndata: null\n\n");
 }

@@ -10,6 +10,9 @@ std::string event_text(const std::string &name, const json &data)
     return "event: " + name + "\ndata: " + data.dump(-1, ' ', false, json::error_handler_t::replace) + "\n\n";
 }
 
+/* Begins a stream; one that breaks is opened again after a second. */
+constexpr const char hello[] = "retry: 1000\nevent: hello\ndata: {}\n\n";
+
 } // namespace
 
 void event_hub::append(std::string text)
@@ -51,7 +54,7 @@ std::optional<std::string> event_hub::next(uint64_t &position)
     std::string out;
     if (position < first_) {
         position = end;
-        return event_text("hello", json::object());
+        return hello;
     }
     for (; position < end; position++)
         out += recent_[position - first_];
@@ -78,7 +81,7 @@ std::optional<endless> event_hub::listen()
                        if (greeted)
                            return next(position);
                        greeted = true;
-                       return event_text("hello", json::object());
+                       return hello;
                    }};
 }
 
