@@ -2,7 +2,6 @@
 
 import json
 import os
-import stat
 from pathlib import Path
 
 import pytest
@@ -34,6 +33,14 @@ class PageBench(WebBench):
     def start_owner(self, *options):
         super().start_owner("--trace", self.root / "trace", *options)
 
+    def clear(self):
+        """Empties the boxes and the handset."""
+        for box, name in (("read", "inbox"), ("send", "sent"), ("draft", "drafts")):
+            if self.store.index(box).strip():   # the server may not have looked yet
+                assert self.web.do("/api/delete", {"box": name, "all": True})["ok"]
+        self.handset("clear")
+        self.wait(lambda: not any(self.web.messages(box) for box in ("inbox", "sent", "drafts")), "nothing is left")
+
 
 @pytest.fixture(name="bench")
 def a_bench(chromium):
@@ -48,6 +55,26 @@ def a_bench(chromium):
 @pytest.fixture(name="page")
 def a_page(chromium, bench):
     return Page(chromium, bench.start_all().url)
+
+
+@pytest.fixture(scope="module", name="shared")
+def a_bench_for_many(chromium):
+    """For tests that leave nothing behind which the next one would notice."""
+    chromium.look(DESK)
+    with PageBench() as bench:
+        bench.start_all()
+        yield bench
+
+
+@pytest.fixture(name="shared_page")
+def a_page_with_nothing_in_it(chromium, shared):
+    chromium.look(DESK)
+    shared.clear()
+    page = Page(chromium, shared.web.url)
+    yield page
+    complaints = chromium.complaints()
+    chromium.driver.get("about:blank")
+    assert not complaints
 
 
 # ---- the main job ----
@@ -164,6 +191,7 @@ def test_unplugged_modem(bench, page):
     page.click("#handset .trouble summary")
     page.click("#trouble-buttons button:nth-child(1)")
     page.wait(lambda: page.text("#handset-link") == "modem unplugged", "the page says so")
+    assert "Modem unplugged" in page.texts("#status li")
     page.write(HANDSET, "into the void")
     page.click("#send")
     page.wait_note("Not sent")
@@ -173,6 +201,8 @@ def test_unplugged_modem(bench, page):
     assert page.bubbles(False) == []
     page.click("#trouble-buttons button:nth-child(1)")
     page.wait(lambda: page.text("#handset-link") == "router reachable", "it is back")
+    assert "Modem unplugged" not in page.texts("#status li")
+    assert page.text("#failed") == "1 not sent"
     page.wait(lambda: "".join(page.texts("#lines .note code")).count("port opened") == 2, "and its port is open again")
     page.open()
     page.act("again")
@@ -185,14 +215,34 @@ def test_unplugged_modem(bench, page):
 def test_service_that_is_off(bench, page):
     bench.cfg["SYS_SMS_SW"] = "0"
     page.wait(lambda: "SMS service off" in page.texts("#status li"), "the page says so")
+    assert "SYS_SMS_SW" in page.text("#service") and page.is_shown("#service"), "and why"
     page.write(HANDSET, "not now")
     page.click("#send")
     page.wait_note("The SMS service is off")
     assert page.find("#text").get_attribute("value") == "not now", "what was written is not lost"
     bench.cfg["SYS_SMS_SW"] = "1"
     page.wait(lambda: "SMS service on" in page.texts("#status li"), "it is on again")
+    assert not page.is_shown("#service")
     bench.devinfo[301002] = "Unkown"
     page.wait(lambda: "No network" in page.texts("#status li"), "the network is gone")
+    assert "no network" in page.text("#service")
+
+
+def test_daemon_that_does_not_run(bench, page):
+    page.handset_send("filed before")
+    page.wait_rows((HANDSET, "unread", "filed before"))
+    bench.daemon.stop()
+    page.wait(lambda: "SMS manager not running" in page.texts("#status li"), "the page says so")
+    assert "nothing comes in and nothing goes out" in page.text("#service")
+    assert page.rows() == [(HANDSET, "unread", "filed before")], "what was filed can still be read"
+    page.write(HANDSET, "not now")
+    page.click("#send")
+    page.wait_note("The SMS manager is not running.")
+    assert page.find("#text").get_attribute("value") == "not now"
+    bench.restart_daemon()
+    page.wait(lambda: "SMS service on" in page.texts("#status li"), "it is back")
+    page.click("#send")
+    page.wait(lambda: page.bubbles(False) == ["not now"], "and takes it")
 
 
 def test_draft(bench, page):
@@ -210,6 +260,26 @@ def test_draft(bench, page):
     assert bench.store.numbers("draft") == []
 
 
+def test_what_is_written_is_not_lost_unasked(bench, page):
+    bench.handset("send", "reply to me")
+    page.wait_rows((HANDSET, "unread", "reply to me"))
+    page.write("+4915112345678", "half a message")
+    page.click("#composer-close")
+    page.confirm(yes=False)
+    assert page.find("#text").get_attribute("value") == "half a message"
+    page.open()
+    page.act("reply")
+    page.confirm(yes=False)
+    assert page.find("#to").get_attribute("value") == "+4915112345678", "nor by another message"
+    page.find("#text").send_keys(Keys.ESCAPE)
+    page.confirm()
+    assert not page.is_shown("#composer")
+    page.act("reply")
+    assert page.find("#text").get_attribute("value") == "", "what was discarded is gone"
+    page.click("#composer-close")
+    assert not page.is_shown("#composer"), "nothing was written, so nothing is asked"
+
+
 # ---- texts ----
 
 TEXTS = {
@@ -224,17 +294,18 @@ TEXTS = {
 
 
 @pytest.mark.parametrize("name", TEXTS)
-def test_texts_are_shown_as_stored(bench, page, name):
+def test_texts_are_shown_as_stored(shared, shared_page, name):
     text = TEXTS[name]
-    images = page.run("return document.images.length + document.scripts.length")
-    bench.handset("send", text)
-    page.wait(lambda: page.rows() and page.rows()[0][2] == text, "the text is there, whole")
-    page.open()
-    assert page.text("#messages .message-text") == text
-    assert page.run("const e = document.querySelector('#messages .message-text');"
+    images = shared_page.run("return document.images.length + document.scripts.length")
+    shared.handset("send", text)
+    shared_page.wait(lambda: shared_page.rows() and shared_page.rows()[0][2] == text, "the text is there, whole")
+    shared_page.open()
+    shared_page.wait(lambda: shared_page.rows()[0][1] == "", "it is marked as read")
+    assert shared_page.text("#messages .message-text") == text
+    assert shared_page.run("const e = document.querySelector('#messages .message-text');"
                     "return e.scrollWidth <= e.clientWidth"), "nothing of it is cut off"
-    assert page.run("return document.images.length + document.scripts.length") == images
-    assert "hurt" not in page.driver.title
+    assert shared_page.run("return document.images.length + document.scripts.length") == images
+    assert "hurt" not in shared_page.driver.title
 
 
 def test_bytes_that_are_no_text_are_marked(bench, chromium):
@@ -251,9 +322,9 @@ def whole(described):
         text * times for text, times in zip(described[::2], described[1::2]))
 
 
-def test_page_counts_as_the_server_does(page):
+def test_page_counts_as_the_server_does(shared_page):
     texts = [whole(case["text"]) for case in VECTORS]
-    measured = page.run_async("const { measure } = await import('/measure.js'); return arguments[0].map(measure)", texts)
+    measured = shared_page.run_async("const { measure } = await import('/measure.js'); return arguments[0].map(measure)", texts)
     for case, found in zip(VECTORS, measured):
         assert {key: found[key] for key in ("wide", "units", "parts", "lost")} == \
             {key: case[key] for key in ("wide", "units", "parts", "lost")}, case["name"]
@@ -262,96 +333,140 @@ def test_page_counts_as_the_server_does(page):
 @pytest.mark.parametrize("name", ["161 do not", "81 do not fit", "an escape moves on and the end does not fit",
                                   "both of them cost a septet", "71 do not", "134 are two", "brackets count once beside an accent",
                                   "mapped one to one"])
-def test_count_is_what_goes_out(bench, page, name):
+def test_count_is_what_goes_out(shared, shared_page, name):
     case = next(each for each in VECTORS if each["name"] == name)
     text = whole(case["text"])
-    page.write(HANDSET, text)
+    shared_page.write(HANDSET, text)
     parts = f"{case['parts']} part" + ("" if case["parts"] == 1 else "s")
-    assert page.text("#count").startswith(parts + ",")
-    assert any("does not fit" in warning for warning in page.texts("#text-warnings li")) == (case["lost"] > 0)
-    page.click("#send")
-    message = bench.inbox(1)[0]
+    assert shared_page.text("#count").startswith(parts + ",")
+    assert any("does not fit" in warning for warning in shared_page.texts("#text-warnings li")) == (case["lost"] > 0)
+    shared_page.click("#send")
+    message = shared.inbox(1)[0]
     assert message["total"] == case["parts"]
     mapped = text.replace("`", "'").replace("\t", " ")
     assert message["text"] == (mapped[:-case["lost"]] if case["lost"] else mapped)
+    shared.wait_records("send", 1)
 
 
-def test_words_of_warning(bench, page):
-    page.write(HANDSET, "a `quoted` word")
-    assert page.texts("#text-warnings li") == ["` will arrive as an apostrophe (')."]
-    page.type("#text", "a\ttab")
-    assert page.texts("#text-warnings li") == ["A tab will arrive as a space."]
-    page.type("#text", "é ` \t")
-    assert page.texts("#text-warnings li") == [], "in UCS-2 they stay what they are"
-    page.type("#text", "🎉 and 🎉")
-    assert page.texts("#text-warnings li") == [
+def test_words_of_warning(shared, shared_page):
+    shared_page.write(HANDSET, "a `quoted` word")
+    assert shared_page.texts("#text-warnings li") == ["` will arrive as an apostrophe (')."]
+    shared_page.type("#text", "a\ttab")
+    assert shared_page.texts("#text-warnings li") == ["A tab will arrive as a space."]
+    shared_page.type("#text", "é ` \t")
+    assert shared_page.texts("#text-warnings li") == [], "in UCS-2 they stay what they are"
+    shared_page.type("#text", "🎉 and 🎉")
+    assert shared_page.texts("#text-warnings li") == [
         "🎉 will not arrive: the router can send only half of it, which is U+F389."]
-    page.click("#send")
-    assert bench.inbox(1)[0]["text"] == "\uf389 and \uf389"
-    page.write(HANDSET, "x" * 4001)
-    assert "too long" in page.texts("#text-warnings li")[-1] and not page.find("#send").is_enabled()
-    page.type("#text", "x" * 4000)
-    assert page.texts("#text-warnings li") == [] and page.find("#send").is_enabled()
+    shared_page.click("#send")
+    assert shared.inbox(1)[0]["text"] == "\uf389 and \uf389"
+    shared.wait_records("send", 1)
+    shared_page.write(HANDSET, "x" * 4001)
+    assert "too long" in shared_page.texts("#text-warnings li")[-1] and not shared_page.find("#send").is_enabled()
+    shared_page.type("#text", "x" * 4000)
+    assert shared_page.texts("#text-warnings li") == [] and shared_page.find("#send").is_enabled()
 
 
 @pytest.mark.parametrize("number, good", [("+31 6 8765-4321", True), ("0031687654321", True), ("", False), ("+", False),
                                           ("abc", False), ("1" * 21, False), ("+" + "1" * 20, True)])
-def test_number_is_looked_at(bench, page, number, good):
-    page.write(number, "x")
-    page.click("#send")
+def test_number_is_looked_at(shared, shared_page, number, good):
+    shared_page.write(number, "x")
+    shared_page.click("#send")
     if good:
-        assert bench.inbox(1)[0]["to"] in (number, "+31687654321")
+        assert shared.inbox(1)[0]["to"] in (number, "+31687654321")
+        shared.wait_records("send", 1)
     else:
-        assert page.is_shown("#to-problem") and page.focused() == "to"
-        assert page.find("#to").get_attribute("aria-invalid") == "true"
-        assert bench.store.numbers("send") == []
+        assert shared_page.is_shown("#to-problem") and shared_page.focused() == "to"
+        assert shared_page.find("#to").get_attribute("aria-invalid") == "true"
+        assert shared.store.numbers("send") == []
 
 
 # ---- traffic ----
 
-INSPECTOR = """#!/usr/bin/env python3
-import json, sys
-if sys.argv[1:3] != ["decode", "--json"]:
-    sys.exit(2)
-print(json.dumps({"asked_for": sys.argv[3], "text": "<b>" + "what is in it"}))
-"""
+def facts(page, selector="#inspector .facts"):
+    """What the lists of facts say, by name."""
+    return dict(zip(page.texts(f"{selector} dt"), page.texts(f"{selector} dd")))
+
+
+def field_rows(page):
+    return [tuple(row) for row in page.run(
+        "return [...document.querySelectorAll('#inspector .fields tbody tr')].map((e) => "
+        "[...e.children].map((cell) => cell.textContent))")]
 
 
 def test_traffic_is_shown_and_a_pdu_explained(bench, chromium):
-    program = bench.root / "inspector"
-    program.write_text(INSPECTOR)
-    program.chmod(program.stat().st_mode | stat.S_IXUSR)
-    page = Page(chromium, bench.start_all("--inspector", program).url)
+    page = Page(chromium, bench.start_all().url)
     page.wait(lambda: page.texts("#lines code"), "what was said before is there")
-    page.handset_send("look at me")
+    page.handset_send("<b>look</b> at €me")
     page.wait(lambda: "+CMT: " in "".join(page.texts("#lines .indication code")[-1:]), "the indication is shown")
-    page.write(HANDSET, "and at me")
-    page.click("#send")
-    page.wait(lambda: any(text.startswith("AT+DORVYSMS=") for text in page.texts("#lines .command code")),
-              "the command is shown")
-    pdu = page.texts("#lines .command button.pdu")[-1]
-    assert pdu in bench.commands("AT+DORVYSMS")[-1]
-    page.run("[...document.querySelectorAll('#lines .command button.pdu')].at(-1).click()")
-    page.wait(lambda: "what is in it" in page.text("#inspector-body"), "it is explained")
-    assert pdu in page.text("#inspector-body") and "<b>what is in it" in page.text("#inspector-body")
+    pdu = page.texts("#lines .indication button.pdu")[-1]
+    page.run("[...document.querySelectorAll('#lines .indication button.pdu')].at(-1).click()")
+    page.wait(lambda: page.texts("#inspector h3") == ["SMS-DELIVER"], "it is explained")
+    assert page.text("#inspector .pdu-hex") == pdu
+    said = facts(page)
+    assert (said["From"], said["Text"]) == (HANDSET, "<b>look</b> at €me"), "as the SMS manager has it"
+    record, = bench.wait_records("read", 1)
+    assert (record.phone, record.text, record.date) == (said["From"], said["Text"], said["Date"])
+    rows = field_rows(page)
+    assert ("0", pdu[:2], "SMSC length") == rows[0][:3], "octets beside meaning, from the first on"
+    names = [row[2] for row in rows]
+    assert all(name in names for name in ("TP-MTI", "TP-OA", "TP-PID", "TP-DCS", "TP-SCTS", "TP-UDL", "TP-UD"))
+    offsets = [int(row[0]) for row in rows]
+    assert offsets == sorted(offsets), "in the order in which they stand"
+    assert page.run(FAINT) == []
     page.press(Keys.ESCAPE)
     page.wait(lambda: not page.is_shown("#inspector"), "it closes")
+
+
+def test_pdu_that_goes_out_is_explained(bench, page):
+    page.write(HANDSET, "".join(f"{n:04d} " for n in range(40)))
+    page.click("#send")
+    page.wait_note("Sent in 2 parts")
+    page.wait(lambda: len(page.texts("#lines .command button.pdu")) == 2, "the commands are shown")
+    assert page.texts("#lines .command button.pdu")[-1] in bench.commands("AT+DORVYSMS")[-1]
+    page.run("[...document.querySelectorAll('#lines .command button.pdu')].at(-1).click()")
+    page.wait(lambda: page.texts("#inspector h3") == ["SMS-SUBMIT, part 2 of 2"], "it is explained")
+    assert facts(page)["To"] == HANDSET and facts(page)["Text"].endswith("0039 ")
+
+
+def test_parts_of_the_handset_are_explained_together(bench, page):
+    text = "".join(f"{n:04d} " for n in range(40))
+    page.handset_send(text)
+    page.wait_rows((HANDSET, "unread", text))
     page.click("#handset-messages .bubble.mine .link-button")
-    page.wait(lambda: "what is in it" in page.text("#inspector-body"), "from the handset as well")
+    page.wait(lambda: page.texts("#inspector h3") == ["SMS-DELIVER, part 1 of 2", "SMS-DELIVER, part 2 of 2"], "both are")
+    assert facts(page)["Joined"] == text
 
 
-def test_inspector_that_is_broken(bench, chromium):
-    page = Page(chromium, bench.start_all("--inspector", "/bin/false").url)
-    page.handset_send("look at me")
-    page.wait(lambda: page.texts("#lines button.pdu"), "a PDU goes by")
-    page.click("#lines button.pdu")
-    page.wait(lambda: "The inspector gave no answer." in page.text("#inspector-body"), "it says so")
+def explain(page, *pdus):
+    """Has the page explain PDUs as if they had gone by."""
+    page.run_async("const { inspect } = await import('/inspector.js'); await inspect(arguments[0]);", list(pdus))
+
+
+def test_differences_and_faults_of_a_pdu_are_told(shared_page):
+    wide_reference = "07911326040000F0" "44" "0B911386786545F3" "00" "00" "42305041700002" "08" "060804123402" "01" "C2"
+    explain(shared_page, wide_reference)
+    assert shared_page.texts("#inspector .difference strong"), "where the SMS manager differs on purpose"
+    assert {"Standard", "SMS manager", "Why"} <= set(facts(shared_page, "#inspector .difference .facts"))
+    explain(shared_page, "07911326040000F0" "04" "0B91")
+    assert any("Malformed at octet" in text for text in shared_page.texts("#inspector .banner.bad"))
+
+
+@pytest.mark.parametrize("size", [DESK, TELEPHONE], ids=["desk", "telephone"])
+def test_explanation_can_be_read(chromium, shared_page, size):
+    chromium.look(size)
+    explain(shared_page, "07911326040000F0440B911386786545F300004230504170000208060804123402" "01C2")
+    assert shared_page.run(FAINT) == []
+    assert shared_page.run("const e = document.querySelector('#inspector-body');"
+                    "return e.scrollWidth <= e.clientWidth && document.documentElement.scrollWidth <= innerWidth")
 
 
 # ---- the page itself ----
 
 def test_first_screen_explains_itself(bench, page):
     assert page.texts("#intro strong") == ["A message comes in", "A reply goes out", "See how it works"]
+    assert "Nothing has arrived yet." in page.text("#empty") and "Type a text below" in page.text("#handset-empty")
+    assert not page.is_shown("#sign-out"), "without a token there is nothing to leave"
     page.click("#intro-close")
     assert not page.is_shown("#intro") and page.focused() == "help"
     page.driver.refresh()
@@ -388,6 +503,17 @@ def test_server_that_goes_and_comes_back(bench, page):
     page.wait(lambda: page.bubbles(False) == ["kept"], "and it can send")
 
 
+def test_pages_that_were_left_give_their_connections_back(bench, chromium):
+    url = bench.start_all().url
+    for _ in range(8):                          # a browser has six for a server
+        page = Page(chromium, url)
+        chromium.driver.get("about:blank")
+    chromium.driver.back()
+    page.wait(lambda: page.texts("#status li"), "the page is there again")
+    page.handset_send("still there?")
+    page.wait_rows((HANDSET, "unread", "still there?"))
+
+
 def test_token_is_asked_for(bench, chromium):
     bench.allowed = ("401",)
     bench.start()
@@ -408,6 +534,15 @@ def test_token_is_asked_for(bench, chromium):
     page.wait_note("Sent: the modem took it.")
     page.driver.refresh()
     page.wait(lambda: page.texts("#status li"), "and is remembered")
+    first = page.driver.current_window_handle
+    page.driver.switch_to.new_window("window")
+    other = Page(chromium, web.url)
+    other.click("#sign-out")
+    other.wait(lambda: other.is_shown("#sign-in"), "the page asks again")
+    assert other.texts("#status li") == [] and other.rows() == [], "nothing stays behind"
+    other.driver.close()
+    page.driver.switch_to.window(first)
+    page.wait(lambda: page.is_shown("#sign-in"), "other pages hear no more either")
 
 
 def test_two_pages_show_the_same(bench, chromium, page):

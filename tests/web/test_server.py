@@ -1,11 +1,13 @@
 """The real server, with a stand-in for the SMS manager and a store made by hand."""
 
+import http.client
 import json
 import re
 import signal
 import socket
 import subprocess
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
@@ -93,7 +95,7 @@ def test_state_follows_the_platform(bench, web):
     assert state["service"] == {"daemon": True, "on": True, "why_off": "", "sim": True, "network": "LTE", "centre": ""}
     assert state["capacity"] == 100
     assert [state["boxes"][box]["full"] for box in ("inbox", "sent", "drafts")] == [True, False, False]
-    assert (state["handset"], state["traffic"], state["inspector"]) == (False, False, False)
+    assert (state["handset"], state["traffic"], state["token"]) == (False, False, False)
     bench.devinfo[301002] = "Unkown"
     bench.cfg["SYS_SMS_SW"] = "0"
     bench.cfg["SYS_SMS_MAX_SAVE_SIZE"] = "0"
@@ -380,6 +382,26 @@ def test_what_fits_exactly_is_taken(daemon, web):
         assert phone_and_text(daemon.requests[-1][1]) == ("+" + "1" * 20, text)
 
 
+HI = "07911356131313F3040B911316325476F800004230504170000202E834"
+
+
+def test_pdu_is_explained(daemon, web):
+    answer = web.ask("POST", "/api/inspect", {"pdus": [HI, HI.lower()]})
+    assert answer.status == 200 and answer.headers["Content-Type"] == "application/json"
+    first, second = answer.json
+    assert (first["kind"], first["problems"], first["daemon"]["text"]) == ("SMS-DELIVER", [], "hi")
+    assert second["daemon"]["text"] == "hi"
+    assert first["fields"][0]["offset"] == 0 and first["fields"][0]["octets"] == "07"
+    assert web.ask("POST", "/api/inspect", {"pdus": [HI[:-2]]}).json[0]["problems"]
+    assert daemon.requests == []
+
+
+@pytest.mark.parametrize("pdus", [None, [], {}, "00", [""], ["0g"], ["00\nAT"], [1], ["0" * 1025], ["00"] * 256])
+def test_what_is_no_pdu_is_refused(daemon, web, pdus):
+    answer = web.ask("POST", "/api/inspect", {"pdus": pdus})
+    assert answer.status == 400 and answer.json["message"]
+
+
 # ---- who may ask ----
 
 @pytest.mark.parametrize("path", ["/api/messages", "/api/drafts", "/api/read", "/api/delete", "/api/handset",
@@ -436,8 +458,13 @@ def test_token(bench, daemon):
     assert web.ask("POST", "/api/messages", body).status == 401
     assert daemon.requests == []
     assert web.ask("POST", "/api/messages", body, session).status == 202
+    stream = web.events(session)
+    stream.next("hello")
     assert web.ask("POST", "/api/session/end", {}, session).status == 200
     assert web.get("/api/state", **session).status == 401
+    with pytest.raises((EOFError, http.client.HTTPException, ConnectionError)):
+        while True:                             # its streams end as well
+            stream.next()
 
 
 def test_token_from_the_environment(bench, daemon):
@@ -478,8 +505,9 @@ def test_large_headers_are_refused(web):
 
 
 def test_who_says_nothing_is_cut_off(web):
-    for silence in (b"", b"GET / HT", b"POST /api/messages HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\n{"):
-        web.raw(silence)                        # returns when the server closes: 30 seconds, in fast time
+    silences = (b"", b"GET / HT", b"POST /api/messages HTTP/1.1\r\nHost: localhost\r\nContent-Length: 5\r\n\r\n{")
+    with ThreadPoolExecutor(len(silences)) as pool:
+        list(pool.map(web.raw, silences))       # returns when the server closes: 30 seconds, in fast time
     assert web.get("/healthz").status == 200
 
 
@@ -496,7 +524,7 @@ def test_there_are_only_so_many_connections(web):
                                    b"GET /\xff\xfe HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n"])
 def test_noise_does_no_harm(web, noise):
     try:
-        web.raw(noise)
+        web.raw(noise, last=True)
     except ConnectionError:
         pass
     assert web.get("/healthz").status == 200
@@ -528,7 +556,7 @@ def test_help_and_version(bench):
     done = call(bench, "--help")
     assert done.returncode == 0
     for option in ("--listen", "--port", "--token", "--token-file", "--host", "--store", "--handset-control",
-                   "--handset-number", "--trace", "--inspector", "--assets", "--version"):
+                   "--handset-number", "--trace", "--assets", "--version"):
         assert option in done.stdout
     assert re.fullmatch(r"\d+\.\d+\.\d+\n", call(bench, "--version").stdout)
 
@@ -537,7 +565,7 @@ def test_help_and_version(bench):
     (["--listen", "0.0.0.0"], "token"), (["--listen", "::"], "token"), (["--listen", "192.168.1.1"], "token"),
     (["--listen", "0.0.0.0", "--token", "short"], "16"), (["--listen", "nowhere"], "nowhere"),
     (["--port", "70000"], "port"), (["--nothing"], "nothing"), (["--token-file", "/nowhere"], "/nowhere"),
-    (["--inspector", "/nowhere"], "nowhere"), (["--assets", "/nowhere"], "nowhere")])
+    (["--assets", "/nowhere"], "nowhere")])
 def test_wrong_use(bench, arguments, word):
     done = call(bench, *arguments)
     assert done.returncode == 2 and word in done.stderr and done.stdout == ""

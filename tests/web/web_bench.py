@@ -151,13 +151,15 @@ class Client:
     def messages(self, box):
         return self.get(f"/api/messages/{box}").json["messages"]
 
-    def events(self):
-        return EventStream(self.host, self.port)
+    def events(self, headers=None):
+        return EventStream(self.host, self.port, headers)
 
-    def raw(self, data, timeout=30):
-        """Sends bytes as they are and gives all that comes back until the server closes."""
+    def raw(self, data, timeout=30, last=False):
+        """Sends bytes as they are, and with `last` that no more follow; gives what comes back until the server closes."""
         with socket.create_connection((self.host, self.port), timeout) as connection:
             connection.sendall(data)
+            if last:
+                connection.shutdown(socket.SHUT_WR)
             out = b""
             while piece := connection.recv(65536):
                 out += piece
@@ -167,9 +169,9 @@ class Client:
 class EventStream:
     """Server-sent events, as they come."""
 
-    def __init__(self, host, port, timeout=30):
+    def __init__(self, host, port, headers=None, timeout=30):
         self.connection = http.client.HTTPConnection(host, port, timeout=timeout)
-        self.connection.request("GET", "/api/events")
+        self.connection.request("GET", "/api/events", headers=headers or {})
         self.answer = self.connection.getresponse()
 
     def next(self, wanted=None):

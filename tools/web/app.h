@@ -30,7 +30,6 @@ struct app_options {
     std::string handset_control; /* the simulator's socket; empty: no handset */
     std::string handset_number = "+31687654321";
     std::string trace;         /* the file of the owner of the AT port; empty: no traffic */
-    std::string inspector;     /* the program that explains a PDU; empty: none */
     std::string assets_folder; /* empty: the page that is part of the program */
 };
 

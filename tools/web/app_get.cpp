@@ -86,7 +86,7 @@ json app::state() const
             {"boxes", std::move(boxes)},
             {"handset", handset_.there()},
             {"traffic", traffic_.there()},
-            {"inspector", !options_.inspector.empty()}};
+            {"token", guard_.wants_token()}};
 }
 
 outcome app::get_health(const request &)
@@ -128,11 +128,16 @@ outcome app::get_metrics(const request &)
     return response{200, "text/plain; version=0.0.4; charset=utf-8", out.text(), {}};
 }
 
-outcome app::get_events(const request &)
+outcome app::get_events(const request &asked)
 {
     std::optional<endless> stream = events_.listen();
     if (!stream)
         return refusal(503, "busy", "Too many pages are open.");
+    stream->next = [this, asked, next = std::move(stream->next)]() -> std::optional<std::string> {
+        if (guard_.refuse(asked)) /* signed out meanwhile */
+            return std::nullopt;
+        return next();
+    };
     return std::move(*stream);
 }
 

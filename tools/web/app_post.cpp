@@ -5,7 +5,7 @@
 #include <cctype>
 
 #include "measure.h"
-#include "run_program.h"
+#include "pdu/inspect.h"
 
 namespace web
 {
@@ -14,9 +14,8 @@ namespace
 
 constexpr size_t most_in_id = 64;
 constexpr size_t most_marks = 300; /* a request holds 4,095 bytes of numbers */
-constexpr size_t most_in_pdu = 1024;
-constexpr std::chrono::seconds inspector_time{5};
-constexpr size_t inspector_output = 1 << 20;
+constexpr size_t most_pdus = 255;
+constexpr size_t most_in_pdu = 1024; /* hex digits */
 
 json object_of(const request &asked)
 {
@@ -85,13 +84,21 @@ bool good_id(const std::string &id)
            });
 }
 
-job_result inspect(const std::string &program, const std::string &pdu)
+/* A list of PDUs as a text that the inspector reads: a line each. */
+std::string pdus_of(const json &body)
 {
-    const program_end end = run_program({program, "decode", "--json", pdu}, inspector_time, inspector_output);
-    json decoded = json::parse(end.out, nullptr, false);
-    if (decoded.is_discarded())
-        return {false, "failed", {{"message", end.err.empty() ? "The inspector gave no answer." : end.err}}};
-    return {true, "done", {{"decoded", std::move(decoded)}}};
+    const json list = body.value("pdus", json());
+    if (!list.is_array() || list.empty() || list.size() > most_pdus)
+        throw bad_request("\"pdus\" lists 1 to 255 of them.");
+    std::string out;
+    for (const json &each : list) {
+        const std::string pdu = each.is_string() ? each.get<std::string>() : "";
+        if (pdu.empty() || pdu.size() > most_in_pdu ||
+            !std::all_of(pdu.begin(), pdu.end(), [](unsigned char c) { return std::isxdigit(c) != 0; }))
+            throw bad_request("A PDU is up to 1,024 hex digits.");
+        out += pdu + '\n';
+    }
+    return out;
 }
 
 } // namespace
@@ -126,7 +133,9 @@ outcome app::post_session(const request &asked)
 
 outcome app::post_session_end(const request &asked)
 {
-    return guard_.close_session(asked);
+    response out = guard_.close_session(asked);
+    wake(); /* its streams end */
+    return out;
 }
 
 outcome app::post_message(const request &asked)
@@ -189,17 +198,11 @@ outcome app::post_trouble(const request &asked)
                   });
 }
 
+/* Answered at once: it changes nothing and takes no time to speak of. */
 outcome app::post_inspect(const request &asked)
 {
-    if (options_.inspector.empty())
-        return refusal(404, "not-found", "There is no inspector.");
-    const json body = object_of(asked);
-    std::string pdu = text_of(body, "pdu", "A PDU is wanted.");
-    if (pdu.size() > most_in_pdu ||
-        !std::all_of(pdu.begin(), pdu.end(), [](unsigned char c) { return std::isxdigit(c) != 0; }))
-        throw bad_request("A PDU is up to 1,024 hex digits.");
-    return submit(body, "inspect", lane::other,
-                  [this, pdu = std::move(pdu)](const std::atomic<bool> &) { return inspect(options_.inspector, pdu); });
+    const nlohmann::ordered_json explained = pdu::to_json(pdu::inspect(pdus_of(object_of(asked)), {}));
+    return response{200, "application/json", explained.dump() + "\n", {}};
 }
 
 } // namespace web

@@ -17,7 +17,7 @@ struct guard_rules {
     std::vector<std::string> hosts; /* names, beside addresses and localhost, that the server is called by */
 };
 
-/* Used by the server's thread alone. */
+/* Used by the server's thread alone, but for wants_token(). */
 class guard
 {
 public:

@@ -18,8 +18,8 @@
 namespace web
 {
 
-/* The daemon's two flags are one slot, so its requests share a lane; what the simulator and the inspector do does
- * not wait for them. */
+/* The daemon's two flags are one slot, so its requests share a lane; what the simulator does does not
+ * wait for them. */
 enum class lane { router, other };
 inline constexpr size_t lane_count = 2;
 

@@ -43,8 +43,6 @@ void describe(CLI::App &line, command_line &to)
     line.add_option("--handset-control", o.handset_control, "Control socket of the simulated modem: shows its handset");
     line.add_option("--handset-number", o.handset_number, "The handset's number")->capture_default_str();
     line.add_option("--trace", o.trace, "Trace file of the AT port's owner: shows the traffic");
-    line.add_option("--inspector", o.inspector, "Program that explains a PDU: \"PROGRAM decode --json HEX\"")
-        ->check(CLI::ExistingFile);
     line.add_option("--assets", o.assets_folder, "Takes the page from this directory instead: to work on it")
         ->check(CLI::ExistingDirectory);
 }

@@ -5,8 +5,10 @@ import { reloadHandset, showHandset, startHandset } from "./handset.js";
 import { startInspector } from "./inspector.js";
 import { listen } from "./live.js";
 import { showState, startMessages } from "./messages.js";
-import { onTokenWanted, read, Refused, setInstance, startSession } from "./server.js";
+import { note } from "./notes.js";
+import { endSession, onTokenWanted, read, Refused, setInstance, startSession } from "./server.js";
 import { showStatus, startIntroduction } from "./status.js";
+import { endOf } from "./words.js";
 import { reloadTraffic, showTraffic, startTraffic } from "./traffic.js";
 
 let instance = null;
@@ -37,6 +39,7 @@ async function refresh() {
   reloadHandset(state);
   reloadTraffic(state, anew);
   byId("switch").hidden = !state.handset && !state.traffic;
+  byId("sign-out").hidden = !state.token;
   document.body.classList.toggle("no-handset", !state.handset);
   document.body.classList.toggle("no-traffic", !state.traffic);
   for (const button of byId("switch").children) {
@@ -88,6 +91,17 @@ function askForToken() {
   return signingIn;
 }
 
+/* What was shown must not stay behind for the next one, so the page starts anew. */
+async function signOut() {
+  try {
+    await endSession();
+  } catch (problem) {
+    note(endOf("session", problem), true);
+    return;
+  }
+  location.reload();
+}
+
 function showLost(lost) {
   const banner = byId("offline");
   if (banner.hidden === lost) {
@@ -103,6 +117,7 @@ startHandset();
 startTraffic();
 startInspector();
 startSwitch();
+byId("sign-out").addEventListener("click", signOut);
 await refresh();
 listen({
   hello: refresh,
@@ -110,4 +125,5 @@ listen({
   handset: showHandset,
   traffic: showTraffic,
   lost: showLost,
+  refused: refresh,
 });

@@ -1,7 +1,7 @@
 /* Writing a message to be sent or kept. */
 import { byId, make } from "./dom.js";
 import { LIMIT, measure } from "./measure.js";
-import { note } from "./notes.js";
+import { confirmed, note } from "./notes.js";
 import { removeDraft } from "./messages.js";
 import { ask } from "./server.js";
 import { endOf, sizeOf } from "./words.js";
@@ -11,6 +11,7 @@ const NUMBER = /^\+?[0-9]{1,20}$/;
 let draft = null; // the message of the Drafts box that is being edited
 let busy = false;
 let opener = null; // what had the focus before
+let begun = ""; // the text with which writing began
 
 /* What people put between digits is not part of the number. */
 const number = () => byId("to").value.replace(/[\s().\-/]/g, "");
@@ -85,17 +86,32 @@ async function perform(kind, path, words) {
   }
 }
 
+const isOpen = () => !byId("composer").hidden;
+
+/* True when nothing that was written would be lost, or may be. */
+async function mayLeave() {
+  const text = byId("text").value;
+  if (busy || !isOpen() || text === "" || text === begun) {
+    return !busy;
+  }
+  return confirmed("Discard the text?", "It was neither sent nor saved as a draft.", "Discard");
+}
+
 /* `what`: {to, text, draft}, each of which may be missing. */
-export function openComposer(what = {}) {
-  if (busy) {
+export async function openComposer(what = {}) {
+  const focused = document.activeElement;
+  if (!await mayLeave()) {
     byId("text").focus();
     return;
   }
-  opener = document.activeElement;
+  if (!isOpen()) {
+    opener = focused;
+  }
+  begun = what.text ?? "";
   draft = what.draft ?? null;
   byId("composer-title").textContent = draft ? "Draft" : what.to ? `To ${what.to}` : "New message";
   byId("to").value = what.to ?? "";
-  byId("text").value = what.text ?? "";
+  byId("text").value = begun;
   showProblem("");
   byId("composer").hidden = false;
   document.body.classList.add("composing");
@@ -103,8 +119,8 @@ export function openComposer(what = {}) {
   byId(what.to ? "text" : "to").focus();
 }
 
-async function closeUnlessWritten() {
-  if (!busy) {
+async function closeIfMay() {
+  if (await mayLeave()) {
     close();
   }
 }
@@ -118,10 +134,11 @@ export function startComposer() {
     perform("send", "api/messages", "Sending…");
   });
   byId("save").addEventListener("click", () => perform("draft", "api/drafts", "Saving…"));
-  byId("composer-close").addEventListener("click", closeUnlessWritten);
+  byId("composer-close").addEventListener("click", closeIfMay);
   byId("composer").addEventListener("keydown", (event) => {
     if (event.key === "Escape") {
-      closeUnlessWritten();
+      event.preventDefault(); // it would close the question as well
+      closeIfMay();
     } else if (event.key === "Enter" && (event.ctrlKey || event.metaKey)) {
       byId("composer").requestSubmit();
     }

@@ -3,12 +3,12 @@ import { byId, keep, make, timeElement } from "./dom.js";
 import { inspect } from "./inspector.js";
 import { note } from "./notes.js";
 import { ask, read } from "./server.js";
+import { showModem } from "./status.js";
 import { endOf } from "./words.js";
 
 let revision = null;
 let loading = false;
 let wanted = 0; // the newest revision that the server has told of
-let canInspect = false;
 
 /* What can go wrong, and how to say it; the server knows these words. */
 const TROUBLE = [
@@ -38,7 +38,7 @@ function bubble(message) {
     about.push(message.complete ? ` · ${message.parts} parts` : ` · ${message.arrived} of ${message.parts} parts so far`);
   }
   const foot = make("span", { class: "about" }, ...about);
-  if (canInspect && message.pdus.length > 0) {
+  if (message.pdus.length > 0) {
     foot.append(" · ", make("button", { type: "button", class: "link-button", "data-act": "pdu",
       onclick: () => inspect(message.pdus) }, message.pdus.length > 1 ? "PDUs" : "PDU"));
   }
@@ -48,14 +48,17 @@ function bubble(message) {
 }
 
 function draw(content) {
+  showModem(content);
   byId("handset-number").textContent = content.number || "Handset";
   const link = !content.reachable ? ["simulator gone", "bad"] : !content.plugged ? ["modem unplugged", "bad"] :
     !content.registered ? ["router not on the network", "bad"] : ["router reachable", "good"];
   byId("handset-link").textContent = link[0];
   byId("handset-link").className = `link ${link[1]}`;
   const list = byId("handset-messages");
+  list.hidden = content.messages.length === 0;
+  byId("handset-empty").hidden = !list.hidden;
   const atEnd = list.scrollHeight - list.scrollTop - list.clientHeight < 60;
-  keep(list, content.messages, (message) => message.seq, (message) => [message, canInspect], bubble);
+  keep(list, content.messages, (message) => message.seq, (message) => message, bubble);
   if (atEnd) {
     list.scrollTop = list.scrollHeight;
   }
@@ -90,7 +93,6 @@ export function showHandset(event) {
 
 export function reloadHandset(state) {
   byId("handset").hidden = !state.handset;
-  canInspect = state.inspector;
   if (state.handset) {
     revision = null;
     wanted = 0;

@@ -152,6 +152,8 @@ function drawTools(box) {
   meter.optimum = 0;
   meter.value = now.total;
   byId("capacity-text").textContent = `${now.total.toLocaleString("en")} of ${capacity.toLocaleString("en")}`;
+  byId("failed").hidden = now.failed === 0;
+  byId("failed").textContent = `${now.failed.toLocaleString("en")} not sent`;
   byId("read-all").hidden = box.name !== "inbox";
   byId("read-all").disabled = state.boxes.inbox.unread === 0;
   byId("delete-all").disabled = now.total === 0;

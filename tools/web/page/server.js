@@ -46,6 +46,10 @@ async function exchange(method, path, body) {
 
 export const read = (path) => exchange("GET", path);
 export const startSession = (token) => exchange("POST", "api/session", { token });
+/* Changes nothing, so it needs no id. */
+export const inspectPdus = (pdus) => exchange("POST", "api/inspect", { pdus });
+
+export const endSession = () => exchange("POST", "api/session/end", {});
 
 /* The same question again after a lost connection; the server knows the id. */
 async function insist(method, path, body) {

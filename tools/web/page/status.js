@@ -3,6 +3,9 @@ import { byId, keep, make } from "./dom.js";
 
 const SEEN = "introduction-seen";
 
+let modem = null; // what the handset's side tells of the modem
+let shown = null; // the state
+
 function chipsOf(state) {
   const service = state.service;
   const chips = [];
@@ -15,12 +18,45 @@ function chipsOf(state) {
   }
   chips.push(service.network ? { id: "network", text: service.network, kind: "good", title: "Network" }
     : { id: "network", text: "No network", kind: "bad" });
+  if (modem?.reachable && !modem.plugged) {
+    chips.push({ id: "modem", text: "Modem unplugged", kind: "bad" });
+  }
   return chips;
 }
 
-export function showStatus(state) {
-  keep(byId("status"), chipsOf(state), (chip) => chip.id, (chip) => chip,
+/* What follows from the state for whoever wants to send or awaits something; "" when all is well. */
+function consequence(state) {
+  const service = state.service;
+  if (!service.daemon) {
+    return "The SMS manager is not running: nothing comes in and nothing goes out. Below is what it has filed.";
+  }
+  if (!service.on) {
+    return `Nothing comes in and nothing goes out: ${service.why_off}.`;
+  }
+  return service.network ? "" : "The router is in no network: what you send now will fail.";
+}
+
+function drawChips() {
+  keep(byId("status"), chipsOf(shown), (chip) => chip.id, (chip) => chip,
     (chip) => make("li", { class: `chip ${chip.kind}`, title: chip.title }, chip.text));
+}
+
+export function showModem(content) {
+  modem = content;
+  if (shown) {
+    drawChips();
+  }
+}
+
+export function showStatus(state) {
+  shown = state;
+  drawChips();
+  const banner = byId("service");
+  const text = consequence(state);
+  if (banner.textContent !== text) { // or a screen reader would say it again
+    banner.textContent = text;
+    banner.hidden = text === "";
+  }
   const unread = state.boxes.inbox.unread;
   document.title = unread > 0 ? `(${unread}) Router messages` : "Router messages";
 }

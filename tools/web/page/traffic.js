@@ -13,7 +13,6 @@ const KINDS = {
 };
 
 let last = 0; // the sequence number of the newest line here
-let canInspect = false;
 let filling = false;
 
 /* Line ends and Ctrl-Z are there but faint. */
@@ -25,9 +24,6 @@ function faint(text) {
 function piece(part) {
   if (typeof part === "string") {
     return faint(part);
-  }
-  if (!canInspect) {
-    return [make("span", { class: "pdu" }, part.pdu)];
   }
   return [make("button", { type: "button", class: "pdu", "aria-label": `Explain the PDU ${part.pdu.slice(0, 16)}…`,
     onclick: () => inspect([part.pdu]) }, part.pdu)];
@@ -89,7 +85,6 @@ export function showTraffic(event) {
 /* `anew`: the server is another one, which counts from the beginning. */
 export function reloadTraffic(state, anew) {
   byId("traffic").hidden = !state.traffic;
-  canInspect = state.inspector;
   if (anew) {
     last = 0;
     byId("lines").replaceChildren();

@@ -20,7 +20,6 @@ const FAILED = {
   delete: "It could not be deleted.",
   handset: "The handset could not send it.",
   modem: "The simulator refused.",
-  inspect: "The PDU could not be read.",
 };
 
 /* `job`: {ok, code, details} of a request, or what was thrown instead. */
