@@ -23,7 +23,7 @@ extern std::atomic<uint8_t> debug_mode; /* 1: started with -D */
 
 #define DV_TRACE_IN(function, format, ...)                                                                             \
     do {                                                                                                               \
-        if (debug_mode)                                                                                                \
+        if (debug_mode) [[unlikely]]                                                                                   \
             DV_PRINT_IN(function, format __VA_OPT__(, ) __VA_ARGS__);                                                  \
     } while (0)
 

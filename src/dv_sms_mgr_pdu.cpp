@@ -24,21 +24,77 @@ static uint8_t hex_pair(const char *pair)
     return static_cast<uint8_t>(hex_char_to_value(pair[0]) << 4 | hex_char_to_value(pair[1]));
 }
 
+/* Many digits are converted a block at a time, without tables and branches, so that the compiler can
+ * take a block as one vector. */
+enum { HEX_BLOCK = 16 /* octets */ };
+
+static void write_hex_block(const uint8_t *bytes, char *text)
+{
+    uint16_t pairs[HEX_BLOCK]; /* the first digit in the lower half */
+    uint8_t halves[2 * HEX_BLOCK];
+    char digits[2 * HEX_BLOCK];
+
+    for (int i = 0; i < HEX_BLOCK; i++)
+        pairs[i] = static_cast<uint16_t>(bytes[i] >> 4 | (bytes[i] & 0x0F) << 8);
+    memcpy(halves, pairs, sizeof halves);
+    for (int i = 0; i < 2 * HEX_BLOCK; i++)
+        digits[i] = static_cast<char>(halves[i] + '0' + (halves[i] > 9 ? 'A' - '0' - 10 : 0));
+    memcpy(text, digits, sizeof digits);
+}
+
+static void read_hex_block(const char *text, uint8_t *bytes)
+{
+    uint8_t halves[2 * HEX_BLOCK];
+    uint16_t pairs[HEX_BLOCK]; /* the first digit in the lower half */
+    uint8_t octets[HEX_BLOCK];
+
+    for (int i = 0; i < 2 * HEX_BLOCK; i++) {
+        const auto number = static_cast<uint8_t>(text[i] - '0');
+        const auto letter = static_cast<uint8_t>((text[i] | 0x20) - 'a');
+
+        halves[i] = static_cast<uint8_t>((number < 10 ? number : 0) | (letter < 6 ? letter + 10 : 0));
+    }
+    memcpy(pairs, halves, sizeof pairs);
+    for (int i = 0; i < HEX_BLOCK; i++)
+        octets[i] = static_cast<uint8_t>(pairs[i] << 4 | pairs[i] >> 8);
+    memcpy(bytes, octets, sizeof octets);
+}
+
 int bytes_to_hex(const uint8_t *bytes, char *text, int count)
 {
+    if (count >= HEX_BLOCK) {
+        for (int i = 0; i < count - HEX_BLOCK; i += HEX_BLOCK)
+            write_hex_block(bytes + i, text + 2 * i);
+        write_hex_block(bytes + count - HEX_BLOCK, text + 2 * (count - HEX_BLOCK)); /* may overlap the last */
+        return 2 * count;
+    }
     for (int i = 0; i < count; i++) {
-        *text++ = hex_digits[bytes[i] >> 4];
-        *text++ = hex_digits[bytes[i] & 0x0F];
+        text[2 * i] = hex_digits[bytes[i] >> 4];
+        text[2 * i + 1] = hex_digits[bytes[i] & 0x0F];
     }
     return 2 * count;
 }
 
+/* All of 2 * count digits are there. */
+static void read_hex(const char *text, uint8_t *bytes, int count)
+{
+    if (count >= HEX_BLOCK) {
+        for (int i = 0; i < count - HEX_BLOCK; i += HEX_BLOCK)
+            read_hex_block(text + 2 * i, bytes + i);
+        read_hex_block(text + 2 * (count - HEX_BLOCK), bytes + count - HEX_BLOCK); /* may overlap the last */
+        return;
+    }
+    for (int i = 0; i < count; i++)
+        bytes[i] = hex_pair(text + 2 * i);
+}
+
 int hex_to_bytes(const char *text, uint8_t *bytes, int max_bytes)
 {
-    int count = 0;
+    if (max_bytes <= 0)
+        return 0;
+    const int count = static_cast<int>(strnlen(text, 2 * static_cast<size_t>(max_bytes)) / 2);
 
-    for (; count < max_bytes && text[0] != '\0' && text[1] != '\0'; text += 2)
-        bytes[count++] = hex_pair(text);
+    read_hex(text, bytes, count);
     return count;
 }
 
@@ -88,20 +144,48 @@ int has_non_hex_letter(const char *text, int length)
 
 /* --- septets --- */
 
-int dv_sms_mgr_pack_7bit(const uint8_t *septets, uint8_t *octets, int count)
+static constexpr uint64_t every_byte = 0x0101010101010101;
+
+/* Eight octets that are septets, as one number of 56 bits, the first in the lowest. */
+static uint64_t join_septets(uint64_t apart)
+{
+    apart = (apart & 0x007F007F007F007F) | (apart & 0x7F007F007F007F00) >> 1;
+    apart = (apart & 0x00003FFF00003FFF) | (apart & 0x3FFF00003FFF0000) >> 2;
+    return (apart & 0x000000000FFFFFFF) | (apart & 0x0FFFFFFF00000000) >> 4;
+}
+
+/* At most eight, whatever their highest bits are. */
+static int pack_few(const uint8_t *septets, uint8_t *octets, int count)
 {
     unsigned carry = 0;
     int written = 0;
 
-    for (int i = 0; i < count; i++) {
-        const int k = i % 8;
-
+    for (int k = 0; k < count; k++) {
         if (k > 0)
-            octets[written++] = static_cast<uint8_t>((unsigned{septets[i]} << (8 - k)) + carry);
-        carry = static_cast<unsigned>(septets[i]) >> k;
+            octets[written++] = static_cast<uint8_t>((unsigned{septets[k]} << (8 - k)) + carry);
+        carry = static_cast<unsigned>(septets[k]) >> k;
     }
     if (count % 8 != 0)
         octets[written++] = static_cast<uint8_t>(carry);
+    return written;
+}
+
+int dv_sms_mgr_pack_7bit(const uint8_t *septets, uint8_t *octets, int count)
+{
+    int written = 0;
+
+    for (; count >= 8; count -= 8, septets += 8, written += 7) {
+        uint64_t eight;
+
+        memcpy(&eight, septets, 8);
+        if (eight & 0x80 * every_byte) {
+            pack_few(septets, octets + written, 8);
+            continue;
+        }
+        eight = join_septets(eight);
+        memcpy(octets + written, &eight, 8); /* the eighth is 0, in the place of the next */
+    }
+    written += pack_few(septets, octets + written, count);
     octets[written] = 0;
     return written;
 }
@@ -144,10 +228,44 @@ int dv_sms_mgr_utf8_seq_len(uint8_t lead)
     return utf8_length_table[lead];
 }
 
-/* The same, but never beyond the text's terminator. */
-static size_t sequence_in_text(const char *text)
+/* The same for a text that is not at its end, but never beyond its terminator. */
+static int sequence_in_text(const char *text)
 {
-    return strnlen(text, utf8_length_table[static_cast<uint8_t>(*text)]);
+    const auto lead = static_cast<uint8_t>(*text);
+
+    if (lead < 0x80)
+        return 1;
+    if ((lead & 0xE0) == 0xC0 && text[1] != '\0')
+        return 2;
+    if ((lead & 0xF0) == 0xE0 && text[1] != '\0' && text[2] != '\0')
+        return 3;
+    return static_cast<int>(strnlen(text, utf8_length_table[lead]));
+}
+
+/* Whether these eight characters are the same in ASCII and in the default alphabet: printable, and none
+ * of $, @, [ \ ] ^ _ ` and { | } ~ DEL. Bit 7 of each byte is looked at, which no sum overflows. */
+static bool same_in_ascii(uint64_t eight)
+{
+    const uint64_t low = eight & 0x1F * every_byte;
+    const uint64_t printable = eight + 0x60 * every_byte;                              /* 20 and above */
+    const uint64_t no_letter = ~(low + 0x7F * every_byte) | (low + 0x65 * every_byte); /* 0, or 1B and above */
+    const uint64_t no_dollar = (eight ^ 0x24 * every_byte) + 0x7F * every_byte;
+
+    if (eight & 0x80 * every_byte)
+        return false;
+    return ((~printable | (eight << 1 & no_letter) | ~no_dollar) & 0x80 * every_byte) == 0;
+}
+
+/* Whether these eight bytes begin with two characters of three bytes. */
+static bool two_of_three_bytes(uint64_t eight)
+{
+    return (eight & 0x0000C0C0F0C0C0F0) == 0x00008080E08080E0;
+}
+
+/* Whether these eight bytes are four characters of two bytes. */
+static bool four_of_two_bytes(uint64_t eight)
+{
+    return (eight & 0xC0E0C0E0C0E0C0E0) == 0x80C080C080C080C0;
 }
 
 int dv_sms_mgr_utf8_char_count(const char *text)
@@ -156,8 +274,24 @@ int dv_sms_mgr_utf8_char_count(const char *text)
 
     if (text == nullptr)
         return 0;
-    for (; *text != '\0'; text += sequence_in_text(text))
-        count++;
+    const char *end = text + strlen(text);
+
+    while (text < end) {
+        uint64_t eight = 0;
+
+        if (end - text >= 8)
+            memcpy(&eight, text, 8);
+        if (two_of_three_bytes(eight)) {
+            text += 6;
+            count += 2;
+        } else if (four_of_two_bytes(eight)) {
+            text += 8;
+            count += 4;
+        } else {
+            text += sequence_in_text(text);
+            count++;
+        }
+    }
     return count;
 }
 
@@ -174,13 +308,23 @@ void dv_sms_mgr_insert_escape(int position, int length, uint8_t code)
 int dv_sms_mgr_ascii_to_gsm7(int length)
 {
     for (int i = 0; i < length; i++) {
-        const gsm7_code to = ascii_to_gsm7_table[static_cast<uint8_t>(dv_sms_send_text[i])];
+        uint64_t eight;
 
-        if (!to.escaped) {
-            dv_sms_send_text[i] = static_cast<char>(to.code);
+        if (length - i >= 8 && (memcpy(&eight, dv_sms_send_text + i, 8), same_in_ascii(eight))) {
+            i += 7;
             continue;
         }
-        dv_sms_mgr_insert_escape(i, length, to.code);
+        const auto ascii = static_cast<uint8_t>(dv_sms_send_text[i]);
+
+        if (ascii >= ascii_to_gsm7_table.size())
+            continue;
+        const uint8_t code = ascii_to_gsm7_table[ascii];
+
+        if ((code & GSM7_ESCAPED) == 0) {
+            dv_sms_send_text[i] = static_cast<char>(code);
+            continue;
+        }
+        dv_sms_mgr_insert_escape(i, length, code & 0x7F);
         i++;
         if (++length > SEND_TEXT_MAX)
             break;
@@ -212,53 +356,30 @@ static int convert_gsm7_one(const uint8_t *codes, int count, int i, char **out)
     return i + 1;
 }
 
-/* Eight codes that are one byte each: the common case, taken at once. false: they are not. */
-static bool convert_gsm7_eight(const uint8_t *codes, char *out)
-{
-    char eight[8];
-    unsigned seen = 0;
-
-    for (int i = 0; i < 8; i++) {
-        const uint16_t utf8 = gsm7_to_utf8_table[codes[i] & 0x7F];
-
-        eight[i] = static_cast<char>(utf8);
-        seen |= utf8;
-    }
-    if (seen > 0xFF)
-        return false;
-    memcpy(out, eight, sizeof eight);
-    return true;
-}
-
 /* The end of the text. */
 static char *convert_gsm7(const uint8_t *codes, int count, char *out)
 {
     for (int i = 0; i < count;) {
-        const int end = i + 8 < count ? i + 8 : count;
+        uint64_t eight;
 
-        if (end - i == 8 && convert_gsm7_eight(codes + i, out)) {
+        if (count - i >= 8 && (memcpy(&eight, codes + i, 8), same_in_ascii(eight))) {
+            memcpy(out, &eight, 8);
             out += 8;
-            i = end;
-        }
-        while (i < end)
+            i += 8;
+        } else {
             i = convert_gsm7_one(codes, count, i, &out);
+        }
     }
     return out;
 }
 
-/* In place; the end of the text. */
-static char *gsm7_to_utf8_in_place(char *buffer, int count)
+void dv_sms_mgr_gsm7_to_utf8(char *buffer, int count)
 {
     uint8_t codes[PDU_WORK_SIZE];
 
     memcpy(codes, buffer, static_cast<size_t>(count));
     memset(buffer, 0, static_cast<size_t>(count));
-    return convert_gsm7(codes, count, buffer);
-}
-
-void dv_sms_mgr_gsm7_to_utf8(char *buffer, int count)
-{
-    gsm7_to_utf8_in_place(buffer, count);
+    convert_gsm7(codes, count, buffer);
 }
 
 int dv_sms_mgr_gsm7_to_ucs2(char *buffer, int count)
@@ -297,23 +418,77 @@ int dv_sms_mgr_utf8_to_unicode_one(const char *sequence, uint32_t *value, int le
     return length;
 }
 
+/* The character at the text's position, which moves behind it: its low 16 bits; 0 when it is malformed,
+ * or cut short by the text's end. */
+static unsigned take_character(const char **text)
+{
+    const char *sequence = *text;
+    const int length = sequence_in_text(sequence);
+    uint32_t value = 0;
+
+    *text += length;
+    if (length == utf8_length_table[static_cast<uint8_t>(*sequence)])
+        dv_sms_mgr_utf8_to_unicode_one(sequence, &value, length);
+    return value & 0xFFFF;
+}
+
+static uint8_t *put_ucs2(uint8_t *out, unsigned value)
+{
+    out[0] = static_cast<uint8_t>(value >> 8);
+    out[1] = static_cast<uint8_t>(value);
+    return out + 2;
+}
+
+/* The characters of a text whose first byte is the lowest here, three bytes or two. */
+static unsigned value_of_three(uint64_t bytes)
+{
+    return static_cast<unsigned>((bytes & 0x0F) << 12 | (bytes >> 2 & 0xFC0) | (bytes >> 16 & 0x3F));
+}
+
+static unsigned value_of_two(uint64_t bytes)
+{
+    return static_cast<unsigned>((bytes & 0x1F) << 6 | (bytes >> 8 & 0x3F));
+}
+
+/* Takes one character or some, up to four, of the text that goes up to `end`; the end of the output. */
+static uint8_t *take_characters(const char **text, const char *end, int max_chars, uint8_t *out)
+{
+    uint64_t eight = 0;
+
+    if (end - *text >= 8 && max_chars >= 4)
+        memcpy(&eight, *text, 8);
+    if (two_of_three_bytes(eight)) {
+        *text += 6;
+        return put_ucs2(put_ucs2(out, value_of_three(eight)), value_of_three(eight >> 24));
+    }
+    if (four_of_two_bytes(eight)) {
+        *text += 8;
+        for (int i = 0; i < 4; i++)
+            out = put_ucs2(out, value_of_two(eight >> 16 * i));
+        return out;
+    }
+    return put_ucs2(out, take_character(text));
+}
+
 const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, int max_chars)
 {
     if (output == nullptr) {
         DV_EVENT("output_str is NULL, return");
         return nullptr;
     }
-    for (; max_chars > 0 && *text != '\0'; max_chars--) {
-        char sequence[6 + 1] = {};
-        const size_t length = sequence_in_text(text);
-        uint32_t value;
+    const char *end = text + (max_chars > 0 ? strnlen(text, 6 * static_cast<size_t>(max_chars)) : 0);
 
-        memcpy(sequence, text, length); /* one cut short by the text's end is malformed: 0 */
-        dv_sms_mgr_utf8_to_unicode_one(sequence, &value, dv_sms_mgr_utf8_seq_len(static_cast<uint8_t>(*text)));
-        const uint8_t octets[] = {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+    while (max_chars > 0 && text < end) {
+        uint8_t octets[2 * 64];
+        uint8_t *filled = octets;
 
-        output += bytes_to_hex(octets, output, 2);
-        text += length;
+        while (octets + sizeof octets - filled >= 2 * 4 && max_chars > 0 && text < end) {
+            uint8_t *before = filled;
+
+            filled = take_characters(&text, end, max_chars, filled);
+            max_chars -= static_cast<int>(filled - before) / 2;
+        }
+        output += bytes_to_hex(octets, output, static_cast<int>(filled - octets));
     }
     *output = '\0';
     return text;
@@ -339,15 +514,35 @@ int dv_sms_mgr_unicode_to_utf8_one(uint32_t value, char *output, int capacity)
     return more + 1;
 }
 
+/* An even number of bytes; the end of the text. */
+static char *convert_ucs2(const uint8_t *ucs2, int bytes, char *out)
+{
+    for (const uint8_t *end = ucs2 + bytes; ucs2 < end; ucs2 += 2) {
+        const unsigned value = unsigned{ucs2[0]} << 8 | ucs2[1];
+
+        if (value < 0x80) {
+            *out++ = static_cast<char>(value);
+        } else if (value < 0x800) {
+            *out++ = static_cast<char>(0xC0 | value >> 6);
+            *out++ = static_cast<char>(0x80 | (value & 0x3F));
+        } else {
+            *out++ = static_cast<char>(0xE0 | value >> 12);
+            *out++ = static_cast<char>(0x80 | (value >> 6 & 0x3F));
+            *out++ = static_cast<char>(0x80 | (value & 0x3F));
+        }
+    }
+    return out;
+}
+
 void dv_sms_mgr_ucs2_to_utf8_string(const uint8_t *ucs2, char *output, int bytes)
 {
-    for (int i = 0; i < bytes; i += 2) {
-        const unsigned low = i + 1 < bytes ? ucs2[i + 1] : 0;
-        char utf8[16] = {};
-        const int length = dv_sms_mgr_unicode_to_utf8_one(static_cast<unsigned>(ucs2[i]) << 8 | low, utf8, sizeof utf8);
+    const int even = bytes > 0 ? bytes & ~1 : 0;
 
-        memcpy(output, utf8, static_cast<size_t>(length));
-        output += length;
+    output = convert_ucs2(ucs2, even, output);
+    if (even < bytes) {
+        const uint8_t last[] = {ucs2[even], 0};
+
+        output = convert_ucs2(last, 2, output);
     }
     *output = '\0';
 }
@@ -389,8 +584,7 @@ static int read_octets(const pdu_reader *in, uint8_t *octets, int max)
     const int there = static_cast<int>(digits_left(in) / 2);
     const int count = there < max ? there : max;
 
-    for (int i = 0; i < count; i++)
-        octets[i] = hex_pair(in->pos + 2 * i);
+    read_hex(in->pos, octets, count);
     return count;
 }
 
@@ -419,6 +613,7 @@ static void decode_name(const char *address, int octets, char *name)
 {
     uint8_t packed[SEMI_OCTETS_MAX / 2] = {};
 
+    memset(name, 0, SENDER_SIZE);
     /* Kept on purpose: the last octets of a name of 8 octets and more stay zero. */
     hex_to_bytes(address, packed, octets / 8 * 7 + octets % 8);
     dv_sms_mgr_unpack_7bit(packed, reinterpret_cast<uint8_t *>(name), octets, 0);
@@ -429,13 +624,15 @@ static void decode_name(const char *address, int octets, char *name)
 static void take_sender(pdu_reader *in)
 {
     char scratch[SEMI_OCTETS_MAX];
-    char number[1 + SENDER_SIZE] = {'+'}; /* stands in front of the sender */
+    char number[1 + SENDER_SIZE];
     char *sender = number + 1;
     const int semi_octets = take_octet(in);
     const uint8_t type = take_octet(in);
     const int octets = (semi_octets + 1) / 2;
     const char *address = take_digits(in, static_cast<size_t>(2 * octets), scratch);
 
+    number[0] = '+';
+    sender[0] = '\0';
     if (has_non_hex_letter(address, 2 * octets))
         decode_name(address, octets, sender);
     if (sender[0] == '\0')
@@ -549,35 +746,15 @@ static void put_body(const char *text, const char *end)
     memset(current_sms_msg->text + length, 0, SMS_MSG_TEXT_SIZE - length);
 }
 
-/* `octets` octets of UCS-2, straight from their digits; those that are not there are 0. */
+/* `octets` octets of UCS-2; those that are not there are 0. */
 static void take_ucs2(const pdu_reader *in, int octets)
 {
-    char scratch[4 * UINT8_MAX + 4];
+    uint8_t ucs2[UINT8_MAX + 1];
     char text[PDU_WORK_SIZE];
-    char *out = text;
-    const char *digits = in->pos;
-    const auto needed = static_cast<size_t>(2 * octets);
+    const int read = read_octets(in, ucs2, octets);
 
-    if (digits_left(in) < needed) {
-        memset(scratch, '0', sizeof scratch);
-        memcpy(scratch, digits, digits_left(in) & ~size_t{1});
-        digits = scratch;
-    }
-    for (const char *end = digits + needed; digits < end; digits += 4) {
-        const unsigned value = unsigned{hex_pair(digits)} << 8 | hex_pair(digits + 2);
-
-        if (value < 0x80) {
-            *out++ = static_cast<char>(value);
-        } else if (value < 0x800) {
-            *out++ = static_cast<char>(0xC0 | value >> 6);
-            *out++ = static_cast<char>(0x80 | (value & 0x3F));
-        } else {
-            *out++ = static_cast<char>(0xE0 | value >> 12);
-            *out++ = static_cast<char>(0x80 | (value >> 6 & 0x3F));
-            *out++ = static_cast<char>(0x80 | (value & 0x3F));
-        }
-    }
-    put_body(text, out);
+    memset(ucs2 + read, 0, static_cast<size_t>(octets - read));
+    put_body(text, convert_ucs2(ucs2, octets, text));
 }
 
 static void take_octets(const pdu_reader *in, int octets)
@@ -587,39 +764,45 @@ static void take_octets(const pdu_reader *in, int octets)
     put_body(text, text + read_octets(in, reinterpret_cast<uint8_t *>(text), octets));
 }
 
-/* Unpacks the septets into the text, zeros where there are none; the end of what was unpacked. */
-static char *unpack_body(const pdu_reader *in, const body_lengths &lengths, int offset, char (&text)[PDU_WORK_SIZE])
+/* Unpacks the septets, zeros where there are none; how many were unpacked. */
+static int unpack_body(const pdu_reader *in, const body_lengths &lengths, int offset, uint8_t (&codes)[PDU_WORK_SIZE])
 {
     uint8_t octets[UINT8_MAX];
     const int read = read_octets(in, octets, lengths.sms7bit_len);
 
     memset(octets + read, 0, static_cast<size_t>(lengths.sms7bit_len - read));
-    const int septets = dv_sms_mgr_unpack_7bit(octets, reinterpret_cast<uint8_t *>(text), lengths.sms7bit_len, offset);
+    const int septets = dv_sms_mgr_unpack_7bit(octets, codes, lengths.sms7bit_len, offset);
 
     if (septets < lengths.body_len)
-        memset(text + septets, 0, static_cast<size_t>(lengths.body_len - septets));
-    return text + septets;
+        memset(codes + septets, 0, static_cast<size_t>(lengths.body_len - septets));
+    return septets;
 }
 
 static void take_septets(const pdu_reader *in, const body_lengths &lengths, int offset)
 {
+    uint8_t codes[PDU_WORK_SIZE];
     char text[PDU_WORK_SIZE];
-    const char *unpacked = unpack_body(in, lengths, offset, text);
-    const char *converted = gsm7_to_utf8_in_place(text, lengths.body_len);
+    const int septets = unpack_body(in, lengths, offset, codes);
+    char *end = convert_gsm7(codes, lengths.body_len, text);
+    const auto length = static_cast<int>(end - text);
 
-    put_body(text, converted > unpacked ? converted : unpacked);
+    /* Kept on purpose: codes behind the length stay as they are where the text reaches up to them. */
+    if (length >= lengths.body_len && length < septets) {
+        memcpy(end, codes + length, static_cast<size_t>(septets - length));
+        end = text + septets;
+    }
+    put_body(text, end);
 }
 
 static void take_national_septets(const pdu_reader *in, const body_lengths &lengths, int offset)
 {
-    char codes[PDU_WORK_SIZE];
+    uint8_t codes[PDU_WORK_SIZE];
     char text[PDU_WORK_SIZE];
 
     unpack_body(in, lengths, offset, codes);
-    const int octets = dv_sms_mgr_gsm7_to_ucs2(codes, lengths.body_len);
+    const int octets = dv_sms_mgr_gsm7_to_ucs2(reinterpret_cast<char *>(codes), lengths.body_len);
 
-    dv_sms_mgr_ucs2_to_utf8_string(reinterpret_cast<uint8_t *>(codes), text, octets);
-    put_body(text, text + strlen(text));
+    put_body(text, convert_ucs2(codes, octets, text));
 }
 
 static void take_body(const pdu_reader *in, uint8_t alphabet, const pdu_header &header, uint8_t udl)

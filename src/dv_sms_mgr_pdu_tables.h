@@ -106,26 +106,24 @@ inline constexpr std::array<uint8_t, 256> hex_value_table = [] {
 
 inline constexpr char hex_digits[] = "0123456789ABCDEF";
 
-/* What ASCII becomes in the default alphabet: a code, or a code behind an escape. */
-struct gsm7_code {
-    uint8_t code;
-    bool escaped;
-};
+/* What ASCII becomes in the default alphabet: a code, with GSM7_ESCAPED one that stands behind an escape.
+ * Bytes above ASCII are no character of it and stay as they are. */
+enum : uint8_t { GSM7_ESCAPED = 0x80 };
 
-inline constexpr std::array<gsm7_code, 256> ascii_to_gsm7_table = [] {
+inline constexpr std::array<uint8_t, 128> ascii_to_gsm7_table = [] {
     constexpr code_value plain[] = {
         {'@', 0x00}, {'_', 0x11}, {'$', 0x02}, {'`', 0x27}, {'\t', 0x20}, {0x1A, 0x05}, {0x1E, 0x7D},
     };
     constexpr code_value escaped[] = {
         {'^', 0x14}, {'{', 0x28}, {'}', 0x29}, {'\\', 0x2F}, {'[', 0x3C}, {'~', 0x3D}, {']', 0x3E}, {'|', 0x40},
     };
-    std::array<gsm7_code, 256> table{};
+    std::array<uint8_t, 128> table{};
     for (size_t i = 0; i < table.size(); i++)
-        table[i] = {static_cast<uint8_t>(i), false};
+        table[i] = static_cast<uint8_t>(i);
     for (const code_value &entry : plain)
-        table[entry.code] = {static_cast<uint8_t>(entry.value), false};
+        table[entry.code] = static_cast<uint8_t>(entry.value);
     for (const code_value &entry : escaped)
-        table[entry.code] = {static_cast<uint8_t>(entry.value), true};
+        table[entry.code] = static_cast<uint8_t>(GSM7_ESCAPED | entry.value);
     return table;
 }();
 

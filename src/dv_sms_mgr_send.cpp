@@ -50,12 +50,14 @@ int dv_sms_mgr_pdu_gen_phone(const char *number, dv_sms_pdu *record, int mode)
     if (*number == '+')
         number++;
     const size_t length = strlen(number);
+    bool control = false;
 
     if (length > (smsc ? size_t{SMSC_DIGITS_MAX} : size_t{DEST_DIGITS_MAX}))
         return -1;
-    for (const char *digit = number; *digit != '\0'; digit++)
-        if (static_cast<uint8_t>(*digit) < ' ' || *digit == 0x7F)
-            return -1; /* it would end the AT command too early */
+    for (size_t i = 0; i < length; i++)
+        control |= static_cast<uint8_t>(number[i]) < ' ' || number[i] == 0x7F;
+    if (control)
+        return -1; /* it would end the AT command too early */
 
     const int even =
         phone_to_semi_octets(number, smsc ? record->smsc_digits : record->dest_digits, static_cast<int>(length));
@@ -94,46 +96,56 @@ static int lesser(int a, int b)
     return a < b ? a : b;
 }
 
-/* Raw octets; returns how many TP-UDL counts. */
-static int add_octets(dv_sms_pdu *record)
+/* What was put into the record's user data. */
+struct user_data {
+    int length; /* as TP-UDL counts it */
+    int bytes;  /* of the record */
+};
+
+/* Raw octets. */
+static user_data add_octets(dv_sms_pdu *record)
 {
     dv_sms_send_ctx *state = &dv_sms_send_state;
     const int n = lesser(text_left(), state->seg_size);
+    const int bytes = n > 0 ? n : 0;
 
-    if (n > 0)
-        memcpy(record->ud, state->text_pos, static_cast<size_t>(n));
+    memcpy(record->ud, state->text_pos, static_cast<size_t>(bytes));
     record->ud_count = static_cast<uint8_t>(n);
     state->text_pos += state->seg_size;
-    return n;
+    return {n, bytes};
 }
 
 /* Packed septets; behind a header one fill bit stands in front of the first. */
-static int add_septets(dv_sms_pdu *record)
+static user_data add_septets(dv_sms_pdu *record)
 {
     dv_sms_send_ctx *state = &dv_sms_send_state;
     const auto *septets = reinterpret_cast<const uint8_t *>(state->text_pos);
     int n = lesser(text_left(), state->seg_size);
+    int octets;
 
     if (!state->concatenated) {
-        record->ud_count = static_cast<uint8_t>(dv_sms_mgr_pack_7bit(septets, record->ud, n));
+        octets = dv_sms_mgr_pack_7bit(septets, record->ud, n);
     } else {
         if (n > 1 && septets[n - 1] == GSM7_ESCAPE)
             n--; /* an escape goes with its code into the next part */
         record->ud[0] = static_cast<uint8_t>((septets[0] & 0x7F) * 2);
-        record->ud_count = static_cast<uint8_t>(dv_sms_mgr_pack_7bit(septets + 1, record->ud + 1, n - 1) + 1);
+        octets = dv_sms_mgr_pack_7bit(septets + 1, record->ud + 1, n - 1) + 1;
     }
+    record->ud_count = static_cast<uint8_t>(octets);
     state->text_pos += n;
-    return n;
+    return {n, octets};
 }
 
-/* UCS-2 as hex text; returns its octets. */
-static int add_ucs2(dv_sms_pdu *record)
+/* UCS-2 as hex text. */
+static user_data add_ucs2(dv_sms_pdu *record)
 {
     dv_sms_send_ctx *state = &dv_sms_send_state;
     auto *text = reinterpret_cast<char *>(record->ud);
 
     state->text_pos = dv_sms_mgr_utf8_to_unicode_string(state->text_pos, text, state->seg_size);
-    return static_cast<int>(strlen(text) / 2);
+    const auto digits = static_cast<int>(strlen(text));
+
+    return {digits / 2, digits};
 }
 
 uint16_t dv_sms_mgr_pdu_gen_ud(dv_sms_pdu *record)
@@ -151,54 +163,57 @@ uint16_t dv_sms_mgr_pdu_gen_ud(dv_sms_pdu *record)
         record->udh_seq = state->seq;
         count = record->dcs == DCS_GSM7 ? UDH_SEPTETS : UDH_OCTETS;
     }
-    memset(record->ud, 0, sizeof record->ud);
-    if (record->dcs == DCS_8BIT)
-        count += add_octets(record);
-    else if (record->dcs == DCS_GSM7)
-        count += add_septets(record);
-    else
-        count += add_ucs2(record);
+    const user_data added = record->dcs == DCS_8BIT   ? add_octets(record)
+                            : record->dcs == DCS_GSM7 ? add_septets(record)
+                                                      : add_ucs2(record);
+
+    memset(record->ud + added.bytes, 0, sizeof record->ud - static_cast<size_t>(added.bytes));
     state->seq++;
-    return static_cast<uint16_t>(count);
+    return static_cast<uint16_t>(count + added.length);
 }
 
-static char *put_octets(char *out, const uint8_t *octets, int count)
+static char *put_digits(char *out, const char **digits, size_t octets)
 {
-    return out + bytes_to_hex(octets, out, count);
+    memcpy(out, *digits, 2 * octets);
+    *digits += 2 * octets;
+    return out + 2 * octets;
 }
 
-static char *put_text(char *out, const char *text)
+/* All octets around the addresses are made digits at once. Where the text ends; null: a null argument. */
+static char *write_pdu(const dv_sms_pdu *record, char *out)
 {
-    const size_t length = strlen(text);
+    if (record == nullptr || out == nullptr)
+        return nullptr;
+    const uint8_t octets[] = {
+        record->smsc_len,    record->smsc_type,                                        /* service centre */
+        record->first_octet, record->message_ref, record->dest_len, record->dest_type, /* destination */
+        record->pid,         record->dcs,         record->validity, record->udl,       /* parameters */
+        record->udh_len,     record->udh_iei,     record->udh_iedl,                    /* header */
+        record->udh_ref,     record->udh_total,   record->udh_seq,
+    };
+    char digits[2 * sizeof octets];
+    const char *next = digits;
 
-    memcpy(out, text, length);
-    return out + length;
+    bytes_to_hex(octets, digits, sizeof octets);
+    out = put_digits(out, &next, 2);
+    out = stpcpy(out, record->smsc_digits);
+    out = put_digits(out, &next, 4);
+    out = stpcpy(out, record->dest_digits);
+    out = put_digits(out, &next, 4);
+    if (record->first_octet & UDHI_BIT)
+        out = put_digits(out, &next, UDH_OCTETS);
+    if (record->dcs == DCS_UCS2)
+        out = stpcpy(out, reinterpret_cast<const char *>(record->ud));
+    else
+        out += bytes_to_hex(record->ud, out, record->ud_count);
+    *out++ = CTRL_Z;
+    *out = '\0';
+    return out;
 }
 
 int dv_sms_mgr_pdu_to_str(const dv_sms_pdu *record, char *output)
 {
-    if (record == nullptr || output == nullptr)
-        return -1;
-    const uint8_t smsc[] = {record->smsc_len, record->smsc_type};
-    const uint8_t head[] = {record->first_octet, record->message_ref, record->dest_len, record->dest_type};
-    const uint8_t parameters[] = {record->pid, record->dcs, record->validity, record->udl};
-    const uint8_t header[] = {record->udh_len, record->udh_iei,   record->udh_iedl,
-                              record->udh_ref, record->udh_total, record->udh_seq};
-
-    output = put_octets(output, smsc, sizeof smsc);
-    output = put_text(output, record->smsc_digits);
-    output = put_octets(output, head, sizeof head);
-    output = put_text(output, record->dest_digits);
-    output = put_octets(output, parameters, sizeof parameters);
-    if (record->first_octet & UDHI_BIT)
-        output = put_octets(output, header, sizeof header);
-    if (record->dcs == DCS_UCS2)
-        output = put_text(output, reinterpret_cast<const char *>(record->ud));
-    else
-        output = put_octets(output, record->ud, record->ud_count);
-    *output++ = CTRL_Z;
-    *output = '\0';
-    return 0;
+    return write_pdu(record, output) != nullptr ? 0 : -1;
 }
 
 int dv_sms_mgr_pack_pdu_data()
@@ -227,25 +242,24 @@ int dv_sms_mgr_pack_pdu_data()
         return -1;
     }
     record->udl = static_cast<uint8_t>(udl);
-    memset(dv_sms_pdu_text, 0, sizeof dv_sms_pdu_text);
-    if (dv_sms_mgr_pdu_to_str(record, dv_sms_pdu_text) != 0) {
+    char *end = write_pdu(record, dv_sms_pdu_text);
+
+    if (end == nullptr) {
         DV_TRACE("dv_sms_mgr_pdu_to_str failed");
         return -1;
     }
+    memset(end, 0, static_cast<size_t>(dv_sms_pdu_text + sizeof dv_sms_pdu_text - end));
     return 0;
 }
 
 /* --- checks and segmentation --- */
 
-int dv_sms_mgr_check_smsc()
+/* 0: asked, whether the modem knows it or not; -1: it did not answer. */
+static int ask_smsc()
 {
     static constexpr char answer[] = "\r\n+CSCA: \"";
     char reply[256] = {};
 
-    memset(dv_sms_smsc, 0, sizeof dv_sms_smsc);
-    flag_get_item(SMS_CSCA_FLAG, dv_sms_smsc, SMSC_SIZE);
-    if (dv_sms_smsc[0] != '\0')
-        return 0;
     if (dv_sms_mgr_send_at(AT_TIMEOUT, reply, sizeof reply, "AT+CSCA?\r") != 0)
         return -1;
     if (strstr(reply, "\r\nOK\r\n") == nullptr)
@@ -260,8 +274,24 @@ int dv_sms_mgr_check_smsc()
     return 0;
 }
 
+int dv_sms_mgr_check_smsc()
+{
+    memset(dv_sms_smsc, 0, sizeof dv_sms_smsc);
+    flag_get_item(SMS_CSCA_FLAG, dv_sms_smsc, SMSC_SIZE);
+    return dv_sms_smsc[0] != '\0' ? 0 : ask_smsc();
+}
+
 int dv_sms_mgr_is_ascii(const char *text, int length)
 {
+    constexpr uint64_t high_bits = 0x8080808080808080;
+
+    for (; length >= 8; length -= 8, text += 8) {
+        uint64_t eight;
+
+        memcpy(&eight, text, 8);
+        if (eight & high_bits)
+            return 0;
+    }
     for (int i = 0; i < length; i++)
         if (static_cast<uint8_t>(text[i]) >= 0x80)
             return 0;
@@ -288,18 +318,10 @@ static void split(int length, const segment_sizes &sizes)
     state->seq = 1;
 }
 
-int dv_sms_mgr_check_send_sms(int length)
+void dv_sms_mgr_segment_text(int length)
 {
     dv_sms_send_ctx *state = &dv_sms_send_state;
 
-    if (dv_sms_mgr_check_smsc() != 0) {
-        DV_EVENT("check smsc failed, return");
-        return -1;
-    }
-    if (dv_sms_mgr_check_network_state() != 0) {
-        DV_EVENT("sim state is error, please check!");
-        return -1;
-    }
     dv_sms_send_pdu.dcs = dv_sms_mgr_is_ascii(dv_sms_send_text, length) ? DCS_GSM7 : DCS_UCS2;
     state->text_start = dv_sms_send_text;
     state->text_pos = dv_sms_send_text;
@@ -319,6 +341,19 @@ int dv_sms_mgr_check_send_sms(int length)
     } else {
         split(length, sizes_8bit);
     }
+}
+
+int dv_sms_mgr_check_send_sms(int length)
+{
+    if (dv_sms_mgr_check_smsc() != 0) {
+        DV_EVENT("check smsc failed, return");
+        return -1;
+    }
+    if (dv_sms_mgr_check_network_state() != 0) {
+        DV_EVENT("sim state is error, please check!");
+        return -1;
+    }
+    dv_sms_mgr_segment_text(length);
     return 0;
 }
 

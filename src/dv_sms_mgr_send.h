@@ -72,9 +72,12 @@ int dv_sms_mgr_send_sms(const sockmsg_record *record);
 /* Takes over phone and text and prepares the segmentation. 0; -1: it cannot be sent. */
 int dv_sms_mgr_parse_send_data(const sockmsg_record *record);
 
-/* Checks service centre and network, then chooses alphabet and segment size for the working copy of
- * `length` bytes. 0; -1: it cannot be sent now. */
+/* Checks service centre and network, then prepares the segmentation of the working copy of `length`
+ * bytes. 0; -1: it cannot be sent now. */
 int dv_sms_mgr_check_send_sms(int length);
+
+/* Chooses alphabet and segment size for the working copy of `length` bytes, and counts a new message. */
+void dv_sms_mgr_segment_text(int length);
 
 /* Fills dv_sms_smsc from the flag, else from the modem. 0 (also when neither knows it); -1: the modem
  * did not answer. */
