@@ -443,19 +443,26 @@ def explain(page, *pdus):
     page.run_async("const { inspect } = await import('/inspector.js'); await inspect(arguments[0]);", list(pdus))
 
 
+WIDE_REFERENCE = "07911326040000F0" "44" "0B911386786545F3" "00" "00" "42305041700002" "09" "06080412340201" "41"
+
+
+def page_problems(page):
+    return page.texts("#inspector .banner.bad")
+
+
 def test_differences_and_faults_of_a_pdu_are_told(shared_page):
-    wide_reference = "07911326040000F0" "44" "0B911386786545F3" "00" "00" "42305041700002" "08" "060804123402" "01" "C2"
-    explain(shared_page, wide_reference)
+    explain(shared_page, WIDE_REFERENCE)
+    assert page_problems(shared_page) == []
     assert shared_page.texts("#inspector .difference strong"), "where the SMS manager differs on purpose"
     assert {"Standard", "SMS manager", "Why"} <= set(facts(shared_page, "#inspector .difference .facts"))
     explain(shared_page, "07911326040000F0" "04" "0B91")
-    assert any("Malformed at octet" in text for text in shared_page.texts("#inspector .banner.bad"))
+    assert any("Malformed at octet" in text for text in page_problems(shared_page))
 
 
 @pytest.mark.parametrize("size", [DESK, TELEPHONE], ids=["desk", "telephone"])
 def test_explanation_can_be_read(chromium, shared_page, size):
     chromium.look(size)
-    explain(shared_page, "07911326040000F0440B911386786545F300004230504170000208060804123402" "01C2")
+    explain(shared_page, WIDE_REFERENCE)
     assert shared_page.run(FAINT) == []
     assert shared_page.run("const e = document.querySelector('#inspector-body');"
                     "return e.scrollWidth <= e.clientWidth && document.documentElement.scrollWidth <= innerWidth")
