@@ -464,7 +464,7 @@ def test_token(bench, daemon):
     assert web.get("/api/state", **session).status == 401
     with pytest.raises((EOFError, http.client.HTTPException, ConnectionError)):
         while True:                             # its streams end as well
-            stream.next()
+            stream.next(seconds=10)
 
 
 def test_token_from_the_environment(bench, daemon):

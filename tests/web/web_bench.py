@@ -7,6 +7,7 @@ import re
 import socket
 import struct
 import threading
+import time
 
 import bus
 from bench import Bench
@@ -174,11 +175,14 @@ class EventStream:
         self.connection.request("GET", "/api/events", headers=headers or {})
         self.answer = self.connection.getresponse()
 
-    def next(self, wanted=None):
+    def next(self, wanted=None, seconds=30):
         """The next event, or the next one of a name: (name, data)."""
         name = data = None
+        deadline = time.monotonic() + seconds
         while True:
             line = self.answer.readline()
+            if time.monotonic() > deadline:     # there may be nothing but comments
+                raise TimeoutError(f"no event {wanted or ''} within {seconds} s")
             if not line:
                 raise EOFError("the stream ended")
             line = line.decode().rstrip("\n")
