@@ -11,6 +11,7 @@ add_unit_test(unit_core
     core_send_test.cpp
     core_segment_test.cpp
     ${daemon_main})
+target_link_options(unit_core PRIVATE -Wl,--wrap=pthread_detach)
 discover_unit_tests(unit_core unit-threads TEST_PREFIX core.)
 
 add_unit_test(unit_core_threads
