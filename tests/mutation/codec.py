@@ -16,7 +16,7 @@ CHANGES = [
     ("a sequence of seven", TABLES, "lead > 0xFD", "lead > 0xFE"),
 
     # --- hexadecimal text, semi-octets, septets ---
-    ("half a pair is converted", PDU, " && text[1] != '\\0'", ""),
+    ("half a pair is converted", PDU, "(strnlen(text, 2 * static_cast<size_t>(max_bytes)) / 2)", "((strnlen(text, 2 * static_cast<size_t>(max_bytes)) + 1) / 2)"),
     ("a small fill stays", PDU, " || text[even - 1] == 'f'", ""),
     ("an odd number is filled with 0", PDU, "text[i] = 'F';", "text[i] = '0';"),
     ("no number has a Z", PDU, "letter <= 'Z'", "letter < 'Z'"),
@@ -73,16 +73,16 @@ CHANGES = [
     ("parts are counted from 0", SEND, "state->seq = 1;", "state->seq = 0;"),
     ("a lone escape never goes out", SEND, "if (n > 1 && septets[n - 1]", "if (n > 0 && septets[n - 1]"),
     ("escapes are parted from their codes", SEND, "            n--; /*", "            n -= 0; /*"),
-    ("spaces are refused in a number", SEND, "(*digit) < ' '", "(*digit) <= ' '"),
-    ("a delete character goes into the command", SEND, " || *digit == 0x7F", ""),
+    ("spaces are refused in a number", SEND, "(number[i]) < ' '", "(number[i]) <= ' '"),
+    ("a delete character goes into the command", SEND, " || number[i] == 0x7F", ""),
     ("a digit more in the service centre", SEND, "smsc ? size_t{SMSC_DIGITS_MAX}", "smsc ? size_t{SMSC_DIGITS_MAX} - 1"),
     ("the type is not counted in the service centre's length", SEND, "even / 2 + 1", "even / 2"),
-    ("nothing behind the PDU", SEND, "    *output++ = CTRL_Z;\n", ""),
+    ("nothing behind the PDU", SEND, "    *out++ = CTRL_Z;\n", ""),
     ("a failed number is logged too", SEND, 'PHONE_SMSC) != 0) {\n        DV_TRACE(', 'PHONE_SMSC) != 0) {\n        DV_EVENT('),
 
     # --- the send path ---
     ("the old service centre stays", SEND, "    memset(dv_sms_smsc, 0, sizeof dv_sms_smsc);\n", ""),
-    ("the modem is asked for a known service centre", SEND, "if (dv_sms_smsc[0] != '\\0')", "if (false)"),
+    ("the modem is asked for a known service centre", SEND, "return dv_sms_smsc[0] != '\\0' ? 0 : ask_smsc();", "return ask_smsc();"),
     ("an unknown service centre is a failure", SEND,
      'if (strstr(reply, "\\r\\nOK\\r\\n") == nullptr)\n        return 0;', 'if (strstr(reply, "\\r\\nOK\\r\\n") == nullptr)\n        return -1;'),
     ("the service centre one character shorter", SEND, "copy_text(dv_sms_smsc, SMSC_SIZE,", "copy_text(dv_sms_smsc, SMSC_SIZE - 1,"),

@@ -148,7 +148,7 @@ CHANGES = [
     ("nothing is cleared behind a copy", TEXT, "    memset(out + length, 0, size - length);\n", "    out[length] = '\\0';\n"),
     ("a field loses its last byte", TEXT, "strnlen(field, Field)", "strnlen(field, Field - 1)"),
     ("the log at level 1", LOG, "savelog(0, ", "savelog(1, "),
-    ("tracing without -D", LOG, "        if (debug_mode)  ", "        if (!debug_mode) "),
+    ("tracing without -D", LOG, "if (debug_mode) [[unlikely]]", "if (!debug_mode) [[unlikely]]"),
     ("the boxes' flags are mixed up", PATHS, "DEVINFO_SMS_SENT_FULL", "DEVINFO_SMS_DRAFT_FULL /* */"),
     ("another name for the counter", PATHS, '"/unread_sms"', '"/unread"'),
 ]
