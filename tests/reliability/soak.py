@@ -204,7 +204,8 @@ class Soak:
                 if all(number in self.filed for number in last.values()):
                     break
                 time.sleep(0.02)
-            if all(number in self.filed for number in last.values()) and self.relieve():
+            emptied = self.relieve()            # a full SIM takes no new one until it is
+            if emptied and all(number in self.filed for number in last.values()):
                 break
             if time.monotonic() > deadline:
                 raise Trouble(f"it does not come to rest: {last}, SIM: {self.simulator('modem storage')[:500]}")
@@ -261,10 +262,10 @@ class Soak:
     def run(self, messages, days):
         bench = self.bench
         bench.start()
+        warm_up(bench)
         clearer = Clearer(bench)
         self.log = Tail(bench.log_path, (FULL, RING_FULL, INDEX_RING_FULL, QUEUE_FULL))
         started, told = time.monotonic(), 0
-        warm_up(bench)
         self.episode(FLOODS[0], 70)             # rings and queue at their fullest, once
         self.episode(FLOODS[1], 70)
         self.footprints.append(Footprint(bench.daemon.popen.pid))

@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 
+import bus
 from processes import Trouble, wait_for
 
 SANITIZED = bool(os.environ.get("DV_SANITIZED"))    # memory then says nothing: what is freed is kept for a while
@@ -32,10 +33,20 @@ class Footprint:
 
 
 def warm_up(bench):
-    """The bus keeps room for 256 records, used in turn: until each place has been used, memory grows by itself."""
-    for number in range(300):
+    """The bus keeps room for 256 records, a megabyte, which takes up memory as far as it was ever filled. So it is filled
+    once, while requests whose flags nobody clears keep the daemon waiting."""
+    if getattr(bench, "warm", False):
+        return
+    for name in ("DV_SMS_MGR_LAST_RECEIVED_MSG", "DV_SMS_MGR_LAST_ERR_CODE"):
+        bench.flag[name] = "0"
+    for _ in range(2 + bench.factor // 10):
+        bench.request(bus.MSG_DELETE_DRAFT, b"99")
+    for _ in range(300):
         bench.request(0x50000000)
-    bench.wait_passed(0x50000001)
+    bench.wait_passed(0x50000001, 60)
+    for name in ("DV_SMS_MGR_LAST_RECEIVED_MSG", "DV_SMS_MGR_LAST_ERR_CODE"):
+        bench.flag[name] = ""
+    bench.warm = True
 
 
 def relieve(bench, seconds=60):
