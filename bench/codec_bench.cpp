@@ -1,0 +1,122 @@
+/* The codec beside its floors and its peers, on the same messages. */
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+#include "peers.h"
+#include "work.h"
+
+namespace
+{
+
+/* One iteration works through all messages; the table divides by their number. */
+template <class Message>
+void add(const std::string &name, std::vector<Message> messages, const std::function<size_t(const Message &)> &work)
+{
+    benchmark::RegisterBenchmark(name.c_str(), [messages = std::move(messages), work](benchmark::State &state) {
+        for (auto _ : state)
+            for (const Message &message : messages)
+                benchmark::DoNotOptimize(work(message));
+        state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(messages.size()));
+    });
+}
+
+void add_decoding(const std::string &label, const std::vector<Delivered> &messages)
+{
+    add<Delivered>("decode/" + label + "/floor", messages, [](const Delivered &message) {
+        uint8_t octets[pdu_octets_max];
+        const size_t count = hex_to_octets(message.pdu, octets);
+        benchmark::DoNotOptimize(octets);
+        benchmark::ClobberMemory();
+        return count;
+    });
+    add<Delivered>("decode/" + label + "/dv_sms_mgr", messages,
+                   [](const Delivered &message) { return static_cast<size_t>(decode(message).text[0]); });
+}
+
+void add_encoding(const std::string &label, const std::vector<Submitted> &messages)
+{
+    add<std::vector<uint8_t>>("encode/" + label + "/floor", octets_of(messages),
+                              [](const std::vector<uint8_t> &octets) {
+                                  char digits[2 * pdu_octets_max];
+                                  const size_t count = octets_to_hex(octets, digits);
+                                  benchmark::DoNotOptimize(digits);
+                                  benchmark::ClobberMemory();
+                                  return count;
+                              });
+    add<Submitted>("encode/" + label + "/dv_sms_mgr", messages,
+                   [](const Submitted &message) { return encode(message); });
+}
+
+bool plain_7bit(const Delivered &message)
+{
+    return message.kind == Kind::full_7bit || message.kind == Kind::short_7bit || message.kind == Kind::name;
+}
+
+/* Those that the peer is asked for and makes the same text of. */
+std::vector<Delivered> understood(const Peer &peer, const std::vector<Delivered> &messages)
+{
+    std::vector<Delivered> same;
+    size_t asked = 0;
+
+    for (const Delivered &message : messages) {
+        if (peer.only_7bit && !plain_7bit(message))
+            continue;
+        asked++;
+        if (peer.text(message) == message.text)
+            same.push_back(message);
+    }
+    if (same.size() != asked)
+        fprintf(stderr, "%s: %zu of %zu texts differ and are left out\n", peer.name.c_str(), asked - same.size(),
+                asked);
+    return same;
+}
+
+/* Beside the others only messages count that all of them agree on. */
+void add_peers(const std::string &label, const std::vector<Delivered> &messages)
+{
+    for (const Peer &peer : peers()) {
+        const std::vector<Delivered> same = understood(peer, messages);
+
+        if (!same.empty() && (!peer.only_7bit || same.size() == messages.size()))
+            add<Delivered>("decode/" + label + "/" + peer.name, same,
+                           [peer](const Delivered &message) { return peer.text(message).size(); });
+    }
+}
+
+/* Nothing is timed that does not do its work. */
+void must_be_right(const std::vector<Delivered> &messages)
+{
+    for (const Delivered &message : messages) {
+        const dv_sms_msg &got = decode(message);
+
+        if (got.phone != message.sender || got.date != message.date || got.text != message.text) {
+            fprintf(stderr, "wrongly decoded: %s\n", message.pdu.c_str());
+            exit(1);
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::vector<Delivered> delivered = delivered_messages();
+    const std::vector<Submitted> submitted = submitted_messages();
+
+    must_be_right(delivered);
+    add_decoding("mix", delivered);
+    add_peers("mix", delivered);
+    for (const KindShare &share : mix) {
+        add_decoding(share.label, only(delivered, share.kind));
+        add_peers(share.label, only(delivered, share.kind));
+    }
+    add_encoding("mix", submitted);
+    for (const KindShare &share : mix)
+        if (share.kind != Kind::name)
+            add_encoding(share.label, only(submitted, share.kind));
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+}
