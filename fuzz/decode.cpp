@@ -43,7 +43,7 @@ dv_sms_msg decode(std::string_view pdu)
     marked_msg box;
 
     ++decoded;
-    memcpy(copy.get(), pdu.data(), pdu.size());
+    pdu.copy(copy.get(), pdu.size());
     copy[pdu.size()] = '\0';
     memset(box.msg.phone, 'p', sizeof box.msg.phone);
     memset(box.msg.date, 'd', sizeof box.msg.date);

@@ -41,7 +41,8 @@ int main(int argc, char **argv)
     for (const std::string &input : inputs) {
         /* No byte to spare, for the sanitizers. */
         const std::vector<uint8_t> exact(input.begin(), input.end());
-        LLVMFuzzerTestOneInput(exact.data(), exact.size());
+        static const uint8_t nothing = 0;
+        LLVMFuzzerTestOneInput(exact.empty() ? &nothing : exact.data(), exact.size());
     }
     fprintf(stderr, "%zu inputs replayed\n", inputs.size());
 }
