@@ -18,7 +18,7 @@ missing_packages() {
             *" $kind "*) ;;
             *) continue ;;
         esac
-        [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" = installed ] || printf '%s\n' "$name"
+        dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -q -x installed || printf '%s\n' "$name"
     done < <(grep -v -e '^#' -e '^$' "$root/cmake/packages.txt")
 }
 
