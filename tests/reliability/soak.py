@@ -87,6 +87,7 @@ class Soak:
         self.seen = {"read": {}, "send": {}}    # number: text
         self.deleting = {"read": {}, "send": {}}
         self.reference, self.incomplete = 0, iter(INCOMPLETE)
+        self.referenced, self.spent = {}, set()     # text: its reference; those of which parts may have stayed behind
         self.footprints = []
 
     # ---- the two sides ----
@@ -110,12 +111,19 @@ class Soak:
         text = self.texts.new(length)
         number = common.Texts.number(text)
         self.issued["in"].add(number)
-        fields = {"alphabet": "ucs2", "reference": self.next_reference()} if length > 160 else {}
+        fields = {}
+        if length > 160:
+            self.referenced[number] = self.next_reference()
+            fields = {"alphabet": "ucs2", "reference": self.referenced[number]}
         self.simulator("handset send", text=text, via=via, **fields)
         return number
 
     def next_reference(self):
-        self.reference = (self.reference + 1) % INCOMPLETE.start
+        """Parts stay for ever and are matched by the reference alone: one that was lost in part is not used again."""
+        free = [number for number in range(INCOMPLETE.start) if number not in self.spent]
+        if not free:
+            raise Trouble("every reference has parts that stayed behind")
+        self.reference = next((number for number in free if number > self.reference), free[0])
         return self.reference
 
     def ask_to_send(self, length=None):
@@ -240,6 +248,8 @@ class Soak:
         self.settle()
         since = {text: self.log.count(text) - count for text, count in before.items()}
         fresh = {side: numbers - known for side, numbers in self.issued.items()}
+        self.spent.update(self.referenced[number] for number in fresh["in"]
+                          if number in self.referenced and number not in self.filed)
         self.during.update((number, name) for number in fresh["out"])
         self.explain(rule, fresh, since, self.damaged - damaged)
 
