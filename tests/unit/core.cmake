@@ -12,6 +12,9 @@ add_unit_test(unit_core
     core_segment_test.cpp
     ${daemon_main})
 target_link_options(unit_core PRIVATE -Wl,--wrap=pthread_detach)
+if(CMAKE_CROSSCOMPILING)
+    target_compile_definitions(unit_core PRIVATE DV_EMULATED)
+endif()
 discover_unit_tests(unit_core unit-threads TEST_PREFIX core.)
 
 add_unit_test(unit_core_threads
