@@ -2,6 +2,7 @@
 add_unit_test(unit_core
     core_bench.cpp
     core_main_test.cpp
+    core_contract_test.cpp
     core_handler_test.cpp
     core_flags_test.cpp
     core_queue_test.cpp
