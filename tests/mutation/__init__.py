@@ -1,7 +1,7 @@
 """The single changes that tests/mutate makes: (name, file, what stands there exactly once, what takes its place)."""
-from . import codec, core, store
+from . import codec, contract, core, store
 
-CHANGES = core.CHANGES + codec.CHANGES + store.CHANGES
+CHANGES = core.CHANGES + codec.CHANGES + store.CHANGES + contract.CHANGES
 
 # Changes that nobody can see, each with the reason.
 EQUIVALENT = {
