@@ -12,6 +12,8 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "scenario"))
 from bench import Bench                                               # noqa: E402
 from processes import Process, wait_for                               # noqa: E402, F401
 
+PATH = f"{os.environ['PATH']}:/usr/sbin"        # where Debian puts services; not on every account's path
+NOBODY = 65534
 FROM, TO = "+31687654321", "31612345678"
 INCOMING = "Hello from the handset: 5€ [yes/no]"
 OUTGOING = "Hello from the router"
@@ -19,8 +21,7 @@ OUTGOING = "Hello from the router"
 
 def needs(program):
     """The test is left out where the program is not installed."""
-    path = shutil.which(program, path=f"{os.environ['PATH']}:/usr/sbin")
-    return pytest.mark.skipif(path is None, reason=f"{program} is not installed")
+    return pytest.mark.skipif(shutil.which(program, path=PATH) is None, reason=f"{program} is not installed")
 
 
 class PeerBench(Bench):
@@ -37,9 +38,10 @@ class PeerBench(Bench):
         path.mkdir()
         return path
 
-    def launch_peer(self, name, *arguments):
+    def launch_peer(self, name, *arguments, **variables):
         """A process of somebody else's; its end is no complaint of ours unless the test awaits it."""
-        process = Process(name, [*arguments], str(self.root), dict(os.environ, LC_ALL="C.UTF-8"), cwd=self.root)
+        environment = dict(os.environ, **variables, LC_ALL="C.UTF-8", PATH=PATH)
+        process = Process(name, [*arguments], str(self.root), environment, cwd=self.root)
         self.processes.append(process)
         return process
 
