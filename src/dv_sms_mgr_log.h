@@ -17,9 +17,13 @@
 
 extern std::atomic<uint8_t> debug_mode; /* 1: started with -D */
 
-/* A located line on standard output, whatever `debug_mode` says. */
+/* A located line on standard output, whatever `debug_mode` says. The text stands in the program once
+ * for this and for the log: here it is the end of the other's format. */
+__attribute__((format(printf, 4, 5))) void dv_sms_mgr_print_event(const char *file, const char *function, int line,
+                                                                  const char *format, ...);
+
 #define DV_PRINT_IN(function, format, ...)                                                                             \
-    (void)printf("%s--%s--%d: " format "\n", __FILE__, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+    dv_sms_mgr_print_event(__FILE__, function, __LINE__, format __VA_OPT__(, ) __VA_ARGS__)
 
 #define DV_TRACE_IN(function, format, ...)                                                                             \
     do {                                                                                                               \
