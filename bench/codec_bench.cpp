@@ -1,6 +1,7 @@
 /* The codec beside its floors and its peers, on the same messages. */
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -50,40 +51,79 @@ void add_encoding(const std::string &label, const std::vector<Submitted> &messag
                    [](const Submitted &message) { return encode(message); });
 }
 
-bool plain_7bit(const Delivered &message)
+template <class Message> bool plain_7bit(const Message &message)
 {
     return message.kind == Kind::full_7bit || message.kind == Kind::short_7bit || message.kind == Kind::name;
 }
 
-/* Those that the peer is asked for and makes the same text of. */
-std::vector<Delivered> understood(const Peer &peer, const std::vector<Delivered> &messages)
+bool same_text(const Peer &peer, const Delivered &message)
 {
-    std::vector<Delivered> same;
+    return peer.text(message) == message.text;
+}
+
+/* Without the numbers that everybody counts for himself: the message's reference, and the parts'. */
+std::string without_references(std::string pdu)
+{
+    const size_t first_octet = 2 + 2 * std::stoul(pdu.substr(0, 2), nullptr, 16);
+    const size_t digits = std::stoul(pdu.substr(first_octet + 4, 2), nullptr, 16);
+    const size_t header = first_octet + 8 + digits + digits % 2 + 8;
+
+    pdu.replace(first_octet + 2, 2, "..");
+    if ((std::stoul(pdu.substr(first_octet, 2), nullptr, 16) & 0x40) != 0)
+        pdu.replace(header + 6, 2, "..");
+    return pdu;
+}
+
+bool same_text(const Peer &peer, const Submitted &message)
+{
+    const std::vector<std::string> ours = encoded(message), theirs = peer.pdus(message);
+
+    return std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end(),
+                      [](const std::string &a, const std::string &b) {
+                          return !b.empty() && without_references(a) == without_references(b);
+                      });
+}
+
+/* Those that the peer is asked for and makes the same of. */
+template <class Message> std::vector<Message> agreed(const Peer &peer, const std::vector<Message> &messages)
+{
+    std::vector<Message> same;
     size_t asked = 0;
 
-    for (const Delivered &message : messages) {
+    for (const Message &message : messages) {
         if (peer.only_7bit && !plain_7bit(message))
             continue;
         asked++;
-        if (peer.text(message) == message.text)
+        if (same_text(peer, message))
             same.push_back(message);
     }
     if (same.size() != asked)
-        fprintf(stderr, "%s: %zu of %zu texts differ and are left out\n", peer.name.c_str(), asked - same.size(),
+        fprintf(stderr, "%s: %zu of %zu messages differ and are left out\n", peer.name.c_str(), asked - same.size(),
                 asked);
     return same;
 }
 
 /* Beside the others only messages count that all of them agree on. */
-void add_peers(const std::string &label, const std::vector<Delivered> &messages)
+template <class Message> void add_peers(const std::string &name, const std::vector<Message> &messages,
+                                        size_t (*work)(const Peer &peer, const Message &message))
 {
     for (const Peer &peer : peers()) {
-        const std::vector<Delivered> same = understood(peer, messages);
+        const std::vector<Message> same = agreed(peer, messages);
 
         if (!same.empty() && (!peer.only_7bit || same.size() == messages.size()))
-            add<Delivered>("decode/" + label + "/" + peer.name, same,
-                           [peer](const Delivered &message) { return peer.text(message).size(); });
+            add<Message>(name + "/" + peer.name, same,
+                         [peer, work](const Message &message) { return work(peer, message); });
     }
+}
+
+size_t decode_with(const Peer &peer, const Delivered &message)
+{
+    return peer.text(message).size();
+}
+
+size_t encode_with(const Peer &peer, const Submitted &message)
+{
+    return peer.pdus(message).size();
 }
 
 /* Nothing is timed that does not do its work. */
@@ -108,15 +148,19 @@ int main(int argc, char **argv)
 
     must_be_right(delivered);
     add_decoding("mix", delivered);
-    add_peers("mix", delivered);
+    add_peers<Delivered>("decode/mix", delivered, decode_with);
     for (const KindShare &share : mix) {
         add_decoding(share.label, only(delivered, share.kind));
-        add_peers(share.label, only(delivered, share.kind));
+        add_peers<Delivered>(std::string("decode/") + share.label, only(delivered, share.kind), decode_with);
     }
     add_encoding("mix", submitted);
-    for (const KindShare &share : mix)
-        if (share.kind != Kind::name)
-            add_encoding(share.label, only(submitted, share.kind));
+    add_peers<Submitted>("encode/mix", submitted, encode_with);
+    for (const KindShare &share : mix) {
+        if (share.kind == Kind::name)
+            continue;
+        add_encoding(share.label, only(submitted, share.kind));
+        add_peers<Submitted>(std::string("encode/") + share.label, only(submitted, share.kind), encode_with);
+    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
 }

@@ -1,4 +1,4 @@
-/* What others make of the same PDUs, where Debian's packages of their libraries are installed. */
+/* What others make of the same messages, where Debian's packages of their libraries are installed. */
 #ifndef BENCH_PEERS_H
 #define BENCH_PEERS_H
 
@@ -11,7 +11,9 @@
 struct Peer {
     std::string name;
     std::function<std::string(const Delivered &)> text; /* UTF-8, the header left out */
-    bool only_7bit;                                     /* plain 7-bit messages are all that it is asked for */
+    std::function<std::vector<std::string>(const Submitted &)>
+        pdus;       /* hex text of each part, service centre in front */
+    bool only_7bit; /* plain 7-bit messages are all that it is asked for */
 };
 
 std::vector<Peer> peers();
