@@ -20,7 +20,8 @@ def make(package, folder, *targets, env=None):
             path.symlink_to(HERE / "sdk.mk")
     done = subprocess.run(
         ["make", "-C", str(FEED / package), *targets, f"TOPDIR={folder}", f"PKG_BUILD_DIR={folder}/source",
-         f"PKG_INSTALL_DIR={folder}/staged", f"OUT={folder}/out", "CONFIG_DV_SMS_MGR_PLATFORM_LIBRARIES=\"dvplatform\""],
+         f"PKG_INSTALL_DIR={folder}/staged", f"OUT={folder}/out", "CONFIG_DV_SMS_MGR_PLATFORM_LIBRARIES=\"dvplatform\"",
+         "CONFIG_DV_SMS_MGR_SMALL_PAGES=y"],
         capture_output=True, text=True, timeout=250, check=False, env=dict(os.environ, **(env or {})))
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
@@ -28,6 +29,7 @@ def make(package, folder, *targets, env=None):
 
 def test_the_daemon_is_built_alone_against_the_routers_libraries(tmp_path):
     make("dv_sms_mgr", tmp_path, "compile", env={"LDFLAGS": f"-L{BUILD}/lib", "CXXFLAGS": "-O0"})
+    assert "max-page-size=4096" in (tmp_path / "source/build/build.ninja").read_text()
     make("dv_sms_mgr", tmp_path, "pack")
     got = sorted(str(path.relative_to(tmp_path / "out")) for path in (tmp_path / "out").rglob("*") if path.is_file())
     assert got == ["etc/config/dv_sms_mgr", "etc/init.d/dv_sms_mgr", "usr/bin/dv_sms_mgr"]
