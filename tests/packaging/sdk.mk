@@ -24,6 +24,8 @@ pack:
 show:
 	@$$(foreach name,DEPENDS USERID TITLE,echo '$$(name)=$$($$(name))';)
 	@echo 'conffiles=$$(strip $$(Package/$(1)/conffiles))'
+provides:
+	@true; $$(Package/$(1)/extra_provides)
 $$(eval $$(Package/$(1)))
 endef
 endif

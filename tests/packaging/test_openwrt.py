@@ -10,9 +10,12 @@ import pytest
 HERE = Path(__file__).resolve().parent
 FEED = HERE.parents[1] / "packaging" / "openwrt"
 BUILD = Path(os.environ["DV_BUILD"])
+QUIET = ("-s", "--no-print-directory")
+OPEN = ("CONFIG_DV_SMS_MGR_OPEN=y", "CONFIG_DV_SMS_MGR_SMALL_PAGES=y")
+CLOSED = ("CONFIG_DV_SMS_MGR_PLATFORM_LIBRARIES=\"dvplatform;rt\"",)     # as many as there are on a workstation
 
 
-def make(package, folder, *targets, env=None):
+def make(package, folder, *targets, env=None, settings=OPEN):
     include = folder / "include"
     include.mkdir(exist_ok=True)
     for path in (folder / "rules.mk", include / "package.mk", include / "cmake.mk"):
@@ -20,8 +23,7 @@ def make(package, folder, *targets, env=None):
             path.symlink_to(HERE / "sdk.mk")
     done = subprocess.run(
         ["make", "-C", str(FEED / package), *targets, f"TOPDIR={folder}", f"PKG_BUILD_DIR={folder}/source",
-         f"PKG_INSTALL_DIR={folder}/staged", f"OUT={folder}/out", "CONFIG_DV_SMS_MGR_PLATFORM_LIBRARIES=\"dvplatform\"",
-         "CONFIG_DV_SMS_MGR_SMALL_PAGES=y"],
+         f"PKG_INSTALL_DIR={folder}/staged", f"OUT={folder}/out", *settings],
         capture_output=True, text=True, timeout=250, check=False, env=dict(os.environ, **(env or {})))
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
@@ -38,6 +40,15 @@ def test_the_daemon_is_built_alone_against_the_routers_libraries(tmp_path):
     said = subprocess.run(["readelf", "-d", str(tmp_path / "out/usr/bin/dv_sms_mgr")], capture_output=True, text=True,
                           check=True).stdout
     assert "[libdvplatform.so]" in said and "libstdc++" not in said
+    assert make("dv_sms_mgr", tmp_path, *QUIET, "provides") == "", "libdvplatform is dv_sms_open's"
+    said = make("dv_sms_mgr", tmp_path, *QUIET, "provides", settings=CLOSED)
+    assert "libdvplatform.so\n" in said, "no package has it"
+
+
+def test_the_libraries_are_the_ones_that_the_firmware_has(tmp_path):
+    make("dv_sms_mgr", tmp_path, "configure", settings=CLOSED, env={"LDFLAGS": f"-L{BUILD}/lib"})
+    rules = (tmp_path / "source/build/build.ninja").read_text()
+    assert "-ldvplatform -lrt" in " ".join(rules.split()) and "max-page-size" not in rules
 
 
 def test_the_open_router_gets_the_rest(tmp_path):
@@ -55,9 +66,10 @@ def test_the_open_router_gets_the_rest(tmp_path):
 @pytest.mark.parametrize("package, files", [
     ("dv_sms_mgr", "/etc/config/dv_sms_mgr"), ("dv_sms_open", "/etc/config/at_owner /etc/dvplatform/cfg/")])
 def test_settings_survive_an_upgrade_and_the_service_has_an_account(tmp_path, package, files):
-    shown = dict(line.split("=", 1) for line in make(package, tmp_path, "-s", "--no-print-directory", "show").splitlines())
+    shown = dict(line.split("=", 1) for line in make(package, tmp_path, *QUIET, "show").splitlines())
     assert shown["conffiles"] == files
     assert "dv_sms=427" in shown["USERID"] and "libpthread" in shown["DEPENDS"]
+    assert ("+DV_SMS_MGR_OPEN:dv_sms_open" in shown["DEPENDS"]) == (package == "dv_sms_mgr")
 
 
 # ---- the start scripts ----
@@ -115,6 +127,8 @@ def test_the_owner_of_the_port_gets_its_options_a_word_each():
     assert "procd_set_param command /usr/bin/at_owner --port /dev/ttyUSB* --generic --store-first" in said
     assert "chown root:dv_sms /var/run/dvplatform" in said and "chmod 2770 /var/run/dvplatform/bus" in said
     assert "ln -s /etc/dvplatform/cfg /var/run/dvplatform/cfg" in said
+    if not os.path.exists("/run/dvplatform"):
+        assert "ln -sf /var/run/dvplatform /run/dvplatform" in said, "smsctl finds it"
     assert "procd_set_param respawn 3600 5 0" in said
 
 
