@@ -468,6 +468,17 @@ TEST_F(pdu_decode, missing_septets_on_the_national_path)
 
 /* --- what is not decoded --- */
 
+/* The header leaves a body of eight bits, which count as one character. */
+TEST_F(pdu_decode, a_lone_euro_sign_in_the_last_part)
+{
+    EXPECT_STREQ("", decode(from_31612345678("44", std::string("08") + stamp + "08 050003010202 20AC")).text);
+    EXPECT_EQ("has some reason, don`t decode", reports().back());
+    EXPECT_STREQ("\xE4\xBF\xA1",
+                 decode(from_31612345678("44", std::string("08") + stamp + "08 050003010202 4FE1")).text);
+    EXPECT_STREQ("\xE2\x82\xAC!",
+                 decode(from_31612345678("44", std::string("08") + stamp + "0A 050003010202 20AC 0021")).text);
+}
+
 TEST_F(pdu_decode, one_ucs2_octet_that_begins_with_20)
 {
     strcpy(current_sms_msg->text, "as it was");
