@@ -25,6 +25,7 @@ function(dv_add_pytest name)
     add_test(NAME ${name} WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}
         COMMAND ${DV_PYTHON} -m pytest -q -rs -p no:cacheprovider --tb=short ${given_ARGUMENTS})
     set(environment DV_BUILD=${CMAKE_BINARY_DIR} PYTHONDONTWRITEBYTECODE=1 ${given_ENVIRONMENT})
-    set_tests_properties(${name} PROPERTIES LABELS "${given_LABELS}" TIMEOUT ${given_TIMEOUT}
+    # Long ones begin first, so that the short ones fill what is left.
+    set_tests_properties(${name} PROPERTIES LABELS "${given_LABELS}" TIMEOUT ${given_TIMEOUT} COST 10
         ENVIRONMENT "${environment}")
 endfunction()
