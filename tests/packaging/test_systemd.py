@@ -76,6 +76,14 @@ def test_a_service_has_its_own_account_and_says_nothing_of_the_messages(name):
     assert unit["Restart"] == "always" and unit["StartLimitIntervalSec"] == "0"
 
 
+def test_a_modem_that_comes_after_the_service_can_be_opened():
+    text = (UNITS / "at_owner@.service").read_text()
+    for kind, driver in (("ttyUSB", "usbserial"), ("ttyACM", "cdc_acm"), ("wwan_port", "wwan")):
+        assert f"DeviceAllow=char-{kind} rw" in text
+        for order in ("Wants", "After"):
+            assert re.search(rf"^{order}=.*\bmodprobe@{driver}\.service", text, re.MULTILINE)
+
+
 def test_accounts_and_directories_are_made(root):
     needs("systemd-sysusers")
     needs("systemd-tmpfiles")
