@@ -102,6 +102,13 @@ int phone_to_semi_octets(const char *digits, char *text, int count)
 {
     int i = 0;
 
+    for (; i + 8 <= count; i += 8) {
+        uint64_t eight;
+
+        memcpy(&eight, digits + i, 8);
+        eight = (eight & 0x00FF00FF00FF00FF) << 8 | (eight >> 8 & 0x00FF00FF00FF00FF);
+        memcpy(text + i, &eight, 8);
+    }
     for (; i + 1 < count; i += 2) {
         text[i] = digits[i + 1];
         text[i + 1] = digits[i];
@@ -262,10 +269,39 @@ static bool two_of_three_bytes(uint64_t eight)
     return (eight & 0x0000C0C0F0C0C0F0) == 0x00008080E08080E0;
 }
 
-/* Whether these eight bytes are four characters of two bytes. */
-static bool four_of_two_bytes(uint64_t eight)
+/* How many characters of two bytes these eight bytes begin with. */
+static unsigned pairs_in_front(uint64_t eight)
 {
-    return (eight & 0xC0E0C0E0C0E0C0E0) == 0x80C080C080C080C0;
+    const uint64_t others = (eight & 0xC0E0C0E0C0E0C0E0) ^ 0x80C080C080C080C0;
+
+    return others == 0 ? 4 : static_cast<unsigned>(std::countr_zero(others)) / 16;
+}
+
+/* Counts the characters of well-formed text of at most three bytes each, eight bytes at a time, without looking at one
+ * after the other: there are as many as bytes that are no continuation, if these are where the leads want them. Where
+ * it found something else, or the last bytes: always the begin of a character. */
+static const char *count_well_formed(const char *text, const char *end, int *count)
+{
+    uint64_t wanted = 0; /* bit 7 where a continuation has to be, as far as the bytes before know */
+    uint64_t eight;
+
+    for (; end - text >= 8; text += 8) {
+        memcpy(&eight, text, 8);
+        const uint64_t lead = eight & eight << 1 & 0x80 * every_byte;
+        const uint64_t lead_of_three = lead & eight << 2;
+        const uint64_t continuation = eight & ~(eight << 1) & 0x80 * every_byte;
+
+        if ((lead_of_three & eight << 3) != 0 || (wanted | lead << 8 | lead_of_three << 16) != continuation)
+            break;
+        *count += 8 - static_cast<int>((continuation >> 7) * every_byte >> 56);
+        wanted = lead >> 56 | lead_of_three >> 48;
+    }
+    if (wanted != 0) {
+        while (is_utf8_continuation(*--text)) {
+        }
+        --*count;
+    }
+    return text;
 }
 
 int dv_sms_mgr_utf8_char_count(const char *text)
@@ -276,21 +312,9 @@ int dv_sms_mgr_utf8_char_count(const char *text)
         return 0;
     const char *end = text + strlen(text);
 
-    while (text < end) {
-        uint64_t eight = 0;
-
-        if (end - text >= 8)
-            memcpy(&eight, text, 8);
-        if (two_of_three_bytes(eight)) {
-            text += 6;
-            count += 2;
-        } else if (four_of_two_bytes(eight)) {
-            text += 8;
-            count += 4;
-        } else {
-            text += sequence_in_text(text);
-            count++;
-        }
+    while ((text = count_well_formed(text, end, &count)) < end) {
+        text += sequence_in_text(text);
+        count++;
     }
     return count;
 }
@@ -310,8 +334,12 @@ int dv_sms_mgr_ascii_to_gsm7(int length)
     for (int i = 0; i < length; i++) {
         uint64_t eight;
 
-        if (length - i >= 8 && (memcpy(&eight, dv_sms_send_text + i, 8), same_in_ascii(eight))) {
-            i += 7;
+        /* The last eight may reach back to what is converted; what is left is among them. */
+        const int at = length - i >= 8 || length < 8 ? i : length - 8;
+
+        memcpy(&eight, dv_sms_send_text + at, 8);
+        if (length >= 8 && same_in_ascii(eight)) {
+            i = at + 7;
             continue;
         }
         const auto ascii = static_cast<uint8_t>(dv_sms_send_text[i]);
@@ -450,22 +478,44 @@ static unsigned value_of_two(uint64_t bytes)
     return static_cast<unsigned>((bytes & 0x1F) << 6 | (bytes >> 8 & 0x3F));
 }
 
-/* Takes one character or some, up to four, of the text that goes up to `end`; the end of the output. */
+/* Takes letters of two bytes up to the blank behind them, at most four characters, of eight bytes that may begin so.
+ * The end of the output, of which more may be written; the same when there is none. */
+static uint8_t *take_pairs(const char **text, uint64_t eight, uint8_t *out)
+{
+    const unsigned pairs = pairs_in_front(eight);
+
+    for (unsigned i = 0; i < 4; i++)
+        put_ucs2(out + 2 * i, value_of_two(eight >> 16 * i));
+    out += 2 * pairs;
+    *text += 2 * pairs;
+    if (pairs == 4)
+        return out;
+    const auto next = static_cast<uint8_t>(eight >> 16 * pairs);
+    const unsigned one_byte = next < 0x80;
+
+    put_ucs2(out, next);
+    *text += one_byte;
+    return out + 2 * one_byte;
+}
+
+enum { TAKEN_AT_ONCE = 4 /* characters */ };
+
+/* Takes one character or some of the text that goes up to `end`; the end of the output, which has room for
+ * one more than are taken. */
 static uint8_t *take_characters(const char **text, const char *end, int max_chars, uint8_t *out)
 {
-    uint64_t eight = 0;
+    if (end - *text >= 8 && max_chars >= TAKEN_AT_ONCE) {
+        uint64_t eight;
 
-    if (end - *text >= 8 && max_chars >= 4)
         memcpy(&eight, *text, 8);
-    if (two_of_three_bytes(eight)) {
-        *text += 6;
-        return put_ucs2(put_ucs2(out, value_of_three(eight)), value_of_three(eight >> 24));
-    }
-    if (four_of_two_bytes(eight)) {
-        *text += 8;
-        for (int i = 0; i < 4; i++)
-            out = put_ucs2(out, value_of_two(eight >> 16 * i));
-        return out;
+        if (two_of_three_bytes(eight)) {
+            *text += 6;
+            return put_ucs2(put_ucs2(out, value_of_three(eight)), value_of_three(eight >> 24));
+        }
+        uint8_t *filled = take_pairs(text, eight, out);
+
+        if (filled != out)
+            return filled;
     }
     return put_ucs2(out, take_character(text));
 }
@@ -482,7 +532,7 @@ const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, in
         uint8_t octets[2 * 64];
         uint8_t *filled = octets;
 
-        while (octets + sizeof octets - filled >= 2 * 4 && max_chars > 0 && text < end) {
+        while (octets + sizeof octets - filled >= 2 * (TAKEN_AT_ONCE + 1) && max_chars > 0 && text < end) {
             uint8_t *before = filled;
 
             filled = take_characters(&text, end, max_chars, filled);

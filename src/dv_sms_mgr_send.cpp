@@ -40,6 +40,40 @@ char dv_sms_pdu_text[PDU_TEXT_SIZE];
 
 /* --- encoding --- */
 
+/* Bit 7 of a byte is set where one of the eight characters is a control character, and perhaps behind such. */
+static uint64_t controls_among(uint64_t eight)
+{
+    constexpr uint64_t every_byte = 0x0101010101010101;
+    const uint64_t none_is_delete = eight ^ 0x7F * every_byte;
+    const uint64_t below_blank = (eight - ' ' * every_byte) & ~eight;
+
+    return (below_blank | ((none_is_delete - every_byte) & ~none_is_delete)) & 0x80 * every_byte;
+}
+
+static uint64_t load_eight(const char *text)
+{
+    uint64_t eight;
+
+    memcpy(&eight, text, 8);
+    return eight;
+}
+
+/* Such a one would end the AT command too early. */
+static bool has_control(const char *text, size_t length)
+{
+    uint64_t found = 0;
+
+    if (length < 8) {
+        uint64_t few = 0x3030303030303030;
+
+        memcpy(&few, text, length);
+        return controls_among(few) != 0;
+    }
+    for (size_t i = 0; i + 8 < length; i += 8)
+        found |= controls_among(load_eight(text + i));
+    return (found | controls_among(load_eight(text + length - 8))) != 0; /* may overlap the last */
+}
+
 int dv_sms_mgr_pdu_gen_phone(const char *number, dv_sms_pdu *record, int mode)
 {
     if (number == nullptr || record == nullptr)
@@ -50,15 +84,9 @@ int dv_sms_mgr_pdu_gen_phone(const char *number, dv_sms_pdu *record, int mode)
     if (*number == '+')
         number++;
     const size_t length = strlen(number);
-    bool control = false;
 
-    if (length > (smsc ? size_t{SMSC_DIGITS_MAX} : size_t{DEST_DIGITS_MAX}))
+    if (length > (smsc ? size_t{SMSC_DIGITS_MAX} : size_t{DEST_DIGITS_MAX}) || has_control(number, length))
         return -1;
-    for (size_t i = 0; i < length; i++)
-        control |= static_cast<uint8_t>(number[i]) < ' ' || number[i] == 0x7F;
-    if (control)
-        return -1; /* it would end the AT command too early */
-
     const int even =
         phone_to_semi_octets(number, smsc ? record->smsc_digits : record->dest_digits, static_cast<int>(length));
     if (smsc) {
@@ -285,12 +313,11 @@ int dv_sms_mgr_is_ascii(const char *text, int length)
 {
     constexpr uint64_t high_bits = 0x8080808080808080;
 
-    for (; length >= 8; length -= 8, text += 8) {
-        uint64_t eight;
-
-        memcpy(&eight, text, 8);
-        if (eight & high_bits)
-            return 0;
+    if (length >= 8) {
+        for (int i = 0; i + 8 < length; i += 8)
+            if (load_eight(text + i) & high_bits)
+                return 0;
+        return (load_eight(text + length - 8) & high_bits) == 0; /* may overlap the last */
     }
     for (int i = 0; i < length; i++)
         if (static_cast<uint8_t>(text[i]) >= 0x80)
