@@ -321,8 +321,9 @@ static int await_answer(int timeout)
     return at_answered ? 0 : result;
 }
 
-/* Takes over the answer that was delivered for the request. at_lock is held. */
-static int take_answer(const at_request *request, char *buffer, int size)
+/* Takes over the answer that was delivered for the request. at_lock is held. Apart from its caller, so that the stack
+ * does not hold its text beside the request while the bus is at work. */
+[[gnu::noinline]] static int take_answer(const at_request *request, char *buffer, int size)
 {
     char text[AT_RESPONSE_TEXT_SIZE + 1];
 
@@ -345,7 +346,11 @@ static int take_answer(const at_request *request, char *buffer, int size)
 
 int dv_sms_mgr_send_at(int timeout, char *buffer, int size, const char *format, ...)
 {
-    at_request request = {};
+    union {
+        at_request request;
+        sockmsg_record record; /* as the bus takes it */
+    } sent = {};
+    at_request &request = sent.request;
     va_list arguments;
 
     if (buffer == nullptr)
@@ -366,9 +371,7 @@ int dv_sms_mgr_send_at(int timeout, char *buffer, int size, const char *format, 
     memset(&at_answer, 0, sizeof at_answer);
     at_answered = false;
 
-    sockmsg_record record;
-    memcpy(&record, &request, sizeof record);
-    int result = sockmsg_send_common_msg(AT_MODULE_ID, &record);
+    int result = sockmsg_send_common_msg(AT_MODULE_ID, &sent.record);
     if (result != 0) {
         pthread_mutex_unlock(&at_lock);
         DV_EVENT("sockmsg_send_common_msg() failed:%d", result);
@@ -445,13 +448,14 @@ static int take_request(sockmsg_record *record)
     locked hold(&sms_send_lock);
     while (g_sms_send_head->count <= 0)
         pthread_cond_wait(&sms_send_cond, &sms_send_lock);
+    *record = {};
     return list_pop(g_sms_send_head, record);
 }
 
 static void *process_send_sms_thread(void *)
 {
     do {
-        sockmsg_record record = {};
+        sockmsg_record record;
 
         if (take_request(&record) == 1)
             dv_sms_mgr_send_sms(&record);

@@ -157,7 +157,7 @@ int update_unread_on_delete(const char *box_dir, const char *path)
 
     if (strcmp(box_dir, received.dir) != 0)
         return 0;
-    FILE *file = fopen(path, "r");
+    FILE *file = open_unbuffered(path, "r");
     if (file == nullptr)
         return -1;
     start[fread(start, 1, STATE_READ_SIZE, file)] = '\0';

@@ -154,9 +154,18 @@ static int free_number(const box_scan &scan)
     return 0;
 }
 
-int write_file_fmt(const char *path, const char *mode, const char *format, ...)
+FILE *open_unbuffered(const char *path, const char *mode)
 {
     FILE *file = fopen(path, mode);
+
+    if (file != nullptr)
+        setvbuf(file, nullptr, _IONBF, 0); /* what is read or written at once needs no memory in between */
+    return file;
+}
+
+int write_file_fmt(const char *path, const char *mode, const char *format, ...)
+{
+    FILE *file = open_unbuffered(path, mode);
     va_list arguments;
 
     if (file == nullptr)
@@ -219,7 +228,7 @@ static int find_place(const dv_sms_box &box, int cfg_max_save, int *files_num)
 /* 0: written; 1: the flash has no room for it; -1: it cannot be opened. */
 static int write_aside(const char *record)
 {
-    FILE *file = fopen(dv_sms_new_path, "w");
+    FILE *file = open_unbuffered(dv_sms_new_path, "w");
 
     if (file == nullptr)
         return -1;

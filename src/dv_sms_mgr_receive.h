@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include "dv_sms_mgr_pdu.h"
 #include "sockmsg.h"
@@ -64,6 +65,9 @@ long get_sys_flash_available(const char *path);
 
 /* Entries of type regular file; -1: no path, or not to be opened. */
 int count_regular_files(const char *path);
+
+/* fopen for a file that is read or written in one go; null likewise. */
+FILE *open_unbuffered(const char *path, const char *mode);
 
 /* Writes formatted text through fopen with this mode. 0; -1: it cannot be opened. */
 __attribute__((format(printf, 3, 4))) int write_file_fmt(const char *path, const char *mode, const char *format, ...);

@@ -269,7 +269,7 @@ static int read_state(int number)
     char start[SHORT_READ_SIZE + 1] = {};
 
     snprintf(path, sizeof path, "%s/%d", dv_sms_boxes[BOX_RECEIVED].dir, number);
-    FILE *file = fopen(path, "r");
+    FILE *file = open_unbuffered(path, "r");
     if (file == nullptr)
         return 0;
     start[fread(start, 1, SHORT_READ_SIZE, file)] = '\0';
