@@ -2,18 +2,21 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
 #include <string>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -235,6 +238,9 @@ static int start_threads()
 
     if (error)
         return error;
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 1); /* threads that wait most of the time do without memory of their own each */
+#endif
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_attr_setstacksize(&attributes, stack_size);
     sigfillset(&all);
@@ -307,12 +313,12 @@ static int connect_to(const struct sockaddr_un &address, int *fd)
 }
 
 /* Each wait ends as soon as there is room. */
-static int send_patiently(int fd, const sockmsg_record &record)
+static int send_patiently(int fd, const struct msghdr &message)
 {
     const int64_t deadline = milliseconds_now() + send_patience;
 
     for (;;) {
-        if (send(fd, &record, sizeof record, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0)
+        if (sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0)
             return 0;
         if (errno == EINTR)
             continue;
@@ -328,19 +334,22 @@ static int send_patiently(int fd, const sockmsg_record &record)
 
 /* A receiver without room gets a socket of its own to be waited for with: what waits at it then
  * counts against nobody else. */
-static int send_record(const struct sockaddr_un &address, const sockmsg_record &record)
+static int send_record(struct sockaddr_un &address, struct msghdr &message)
 {
     static const int common = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     int fd = -1;
 
-    if (sendto(common, &record, sizeof record, MSG_DONTWAIT | MSG_NOSIGNAL,
-               reinterpret_cast<const struct sockaddr *>(&address), sizeof address) >= 0)
+    message.msg_name = &address;
+    message.msg_namelen = sizeof address;
+    if (sendmsg(common, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0)
         return 0;
+    message.msg_name = nullptr;
+    message.msg_namelen = 0;
     if (errno != EAGAIN && errno != ENOBUFS && errno != EINTR && errno != EBADF)
         return errno;
     int error = connect_to(address, &fd);
     if (!error)
-        error = send_patiently(fd, record);
+        error = send_patiently(fd, message);
     if (fd >= 0)
         close(fd);
     return error;
@@ -365,9 +374,16 @@ int sockmsg_send_common_msg(int module_id, const sockmsg_record *record)
     if (error)
         return error;
 
-    sockmsg_record stamped = *record;
-    stamped.sender_module_id = static_cast<uint32_t>(g_module_id.load());
-    error = send_record(address, stamped);
+    /* The caller's record but for the stamp, and no copy of it. */
+    auto stamp = static_cast<uint32_t>(g_module_id.load());
+    auto *whole = const_cast<sockmsg_record *>(record); /* only read */
+    struct iovec pieces[] = {{whole, offsetof(sockmsg_record, sender_module_id)},
+                             {&stamp, sizeof stamp},
+                             {&whole->sender_extra, sizeof whole->sender_extra}};
+    struct msghdr message = {};
+    message.msg_iov = pieces;
+    message.msg_iovlen = 3;
+    error = send_record(address, message);
     return error == ENOENT ? ECONNREFUSED : error; /* never joined, or gone: all the same to the caller */
 }
 

@@ -28,12 +28,14 @@ static constexpr int syslog_priorities[] = {LOG_INFO, LOG_INFO, LOG_INFO, LOG_DE
 static std::atomic<int> g_level{LEVEL_UNKNOWN};
 static std::atomic<const char *> g_tag{nullptr};
 static std::mutex g_tag_lock;
+static std::mutex
+    g_line_lock; /* one line at a time, so that no thread's stack has to hold one; taken before g_tag_lock */
 
 /* A line of bounded length that takes a character, or its escape, whole or not at all. */
 struct line {
-    char text[TEXT_SIZE + 256]; /* the head of the line comes on top */
     size_t length;
     bool full;
+    char text[TEXT_SIZE + 256]; /* the head of the line comes on top */
 
     void add(std::string_view piece)
     {
@@ -175,8 +177,6 @@ void savelog(int level, const char *format, ...)
 {
     const int saved_errno = errno;
     const char *path = getenv("DV_PLATFORM_LOG");
-    char text[TEXT_SIZE];
-    line out;
 
     if (!format)
         return;
@@ -188,6 +188,9 @@ void savelog(int level, const char *format, ...)
         return;
     }
 
+    std::lock_guard<std::mutex> hold(g_line_lock);
+    static char text[TEXT_SIZE];
+    static line out;
     va_list arguments;
     va_start(arguments, format);
     errno = saved_errno;
