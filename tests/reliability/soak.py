@@ -86,6 +86,7 @@ class Soak:
         self.fates = {}                         # text: what became of it
         self.seen = {"read": {}, "send": {}}    # number: text
         self.deleting = {"read": {}, "send": {}}
+        self.direct = set()                     # came by +CMT, which nobody can ask for again
         self.reference, self.incomplete = 0, iter(INCOMPLETE)
         self.referenced, self.spent = {}, set()     # text: its reference; those of which parts may have stayed behind
         self.footprints = []
@@ -111,6 +112,8 @@ class Soak:
         text = self.texts.new(length)
         number = common.Texts.number(text)
         self.issued["in"].add(number)
+        if via == "cmt":
+            self.direct.add(number)
         fields = {}
         if length > 160:
             self.referenced[number] = self.next_reference()
@@ -263,9 +266,11 @@ class Soak:
         missing = {side: sorted(number for number in numbers if number not in self.filed and number not in self.fates)
                    for side, numbers in fresh.items()}
         for side, fate, allowed in rule(since, damaged):
-            for number in missing[side][:allowed]:
-                self.fates[number] = fate
-            missing[side] = missing[side][allowed:]
+            chosen = [number for number in missing["out" if side == "out" else "in"]
+                      if side != "direct" or number in self.direct][:allowed]
+            self.fates.update(dict.fromkeys(chosen, fate))
+            missing = {side: [number for number in numbers if number not in self.fates]
+                       for side, numbers in missing.items()}
 
     # ---- the whole ----
 
@@ -354,12 +359,12 @@ def garbled(since, damaged):
 
 
 def service_off(since, damaged):
-    yield "in", "came directly while the service was off", 10 ** 6
+    yield "direct", "came directly while the service was off", 10 ** 6
     yield "out", "asked for while the service was off", 10 ** 6
 
 
 def rings_full(since, damaged):
-    yield "in", "came directly when fifty were waiting", since[RING_FULL]
+    yield "direct", "came directly when fifty were waiting", since[RING_FULL]
 
 
 def queue_full(since, damaged):
