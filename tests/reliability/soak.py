@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Weeks of a router's life in fast time: messages in and out, with everything going wrong now and then.
 
-    soak.py [--messages N] [--days N] [--factor N] [--seed N]
+    soak.py [--messages N] [--days N] [--factor N] [--seed N] [--keep DIRECTORY]
 
 Every message has a number of its own and ends in exactly one line of the tally. The exit code is 0 when none is left
 unexplained and the daemon holds at the end what it held at the beginning.
@@ -13,6 +13,7 @@ import json
 import os
 import random
 import re
+import shutil
 import socket
 import sys
 import threading
@@ -71,8 +72,8 @@ class Clearer(threading.Thread):
 
 
 class Soak:
-    def __init__(self, seed, factor):
-        self.random, self.factor = random.Random(seed), factor
+    def __init__(self, seed, factor, keep=None):
+        self.random, self.factor, self.keep = random.Random(seed), factor, keep
         self.bench = Bench(factor=factor)
         self.bench.cfg["SYS_SMS_MAX_SAVE_SIZE"] = str(CAPACITY)
         self.bench.cfg["SYS_REBOOT_WHEN_MODEM_UNORMAL"] = "0"
@@ -87,6 +88,7 @@ class Soak:
         self.seen = {"read": {}, "send": {}}    # number: text
         self.deleting = {"read": {}, "send": {}}
         self.direct = set()                     # came by +CMT, which nobody can ask for again
+        self.long = set()                       # came in parts
         self.reference, self.incomplete = 0, iter(INCOMPLETE)
         self.referenced, self.spent = {}, set()     # text: its reference; those of which parts may have stayed behind
         self.footprints = []
@@ -116,6 +118,7 @@ class Soak:
             self.direct.add(number)
         fields = {}
         if length > 160:
+            self.long.add(number)
             self.referenced[number] = self.next_reference()
             fields = {"alphabet": "ucs2", "reference": self.referenced[number]}
         self.simulator("handset send", text=text, via=via, **fields)
@@ -255,6 +258,7 @@ class Soak:
                           if number in self.referenced and number not in self.filed)
         self.during.update((number, name) for number in fresh["out"])
         self.explain(rule, fresh, since, self.damaged - damaged)
+        self.tell_unexplained(name, set().union(*fresh.values()))
 
     def pause(self, ways):
         """As long as the daemon takes for what has just been asked: three seconds a message received."""
@@ -271,6 +275,17 @@ class Soak:
             self.fates.update(dict.fromkeys(chosen, fate))
             missing = {side: [number for number in numbers if number not in self.fates]
                        for side, numbers in missing.items()}
+
+    def tell_unexplained(self, fault, numbers):
+        """At once, while what the programs said of it is at hand."""
+        lost = [number for number in sorted(numbers) if number not in self.filed and number not in self.fates]
+        for number in lost:
+            way = "out" if number in self.issued["out"] else "in, direct" if number in self.direct else "in, by storage"
+            parts = f", in parts of reference {self.referenced[number]}" if number in self.long else ""
+            print(f"  UNEXPLAINED: {number} ({way}{parts}), fault: {fault}", flush=True)
+        if lost and self.keep:
+            for each in ("log", "modem.trace"):
+                shutil.copy(self.bench.root / each, os.path.join(self.keep, f"{each}.{lost[0]}"))
 
     # ---- the whole ----
 
@@ -437,9 +452,10 @@ def main():
     parser.add_argument("--days", type=float, default=0, help="let at least so much of the daemon's time pass")
     parser.add_argument("--factor", type=int, default=100)
     parser.add_argument("--seed", type=int, default=20240305)
+    parser.add_argument("--keep", metavar="DIRECTORY", help="copy log and trace there when a message is unexplained")
     options = parser.parse_args()
     print(f"soak: seed {options.seed}, {options.messages} messages, time {options.factor} times as fast", flush=True)
-    return Soak(options.seed, options.factor).run(options.messages, options.days)
+    return Soak(options.seed, options.factor, options.keep).run(options.messages, options.days)
 
 
 if __name__ == "__main__":
