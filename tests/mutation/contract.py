@@ -91,6 +91,10 @@ CHANGES = [
     # --- the codec's blocks ---
     ("blocks of letters hold an at sign", PDU, "0x65 * every_byte", "0x64 * every_byte"),
     ("blocks hold control characters", PDU, "eight + 0x60 * every_byte", "eight + 0x61 * every_byte"),
+    ("blocks hold bytes above ASCII", PDU, "    if (eight & 0x80 * every_byte)\n        return false;\n", ""),
+    ("bytes above ASCII are converted", PDU,
+     "        if (ascii >= ascii_to_gsm7_table.size())\n            continue;\n        const uint8_t code = ascii_to_gsm7_table[ascii];",
+     "        const uint8_t code = ascii_to_gsm7_table[ascii & 0x7F];"),
     ("blocks hold a dollar", PDU, "(eight ^ 0x24 * every_byte)", "(eight ^ 0x23 * every_byte)"),
     ("blocks hold a zero of letters", PDU, "~(low + 0x7F * every_byte) |", "0 |"),
     ("three bytes are told by their first", PDU, "(eight & 0x0000C0C0F0C0C0F0) == 0x00008080E08080E0", "(eight & 0x0000C000F0C0C0F0) == 0x00008000E08080E0"),
@@ -156,6 +160,8 @@ CHANGES = [
     ("a box below 0 is a box", RECEIVE, "flag_box < 0 ||", ""),
     ("numbers with a zero in front are taken", RECEIVE, "    if (*name == '0')\n        return 0;\n", ""),
     ("names that begin with digits are numbers", RECEIVE, "return *name == '\\0' && number <= SAVE_SIZE_MAX ? number : 0;", "return number <= SAVE_SIZE_MAX ? number : 0;"),
+    ("what failed to be written is whole when the rest was", RECEIVE, "fclose(file) == 0 && written ? 0 : 1", "fclose(file) == 0 ? 0 : 1"),
+    ("a box on another file system gets nothing", RECEIVE, "rename(dv_sms_new_path, path) != 0", "(rename(dv_sms_new_path, path), false)"),
     ("an unknown kind of entry is a file", RECEIVE, "if (entry->d_type != DT_UNKNOWN)", "if (true)"),
     ("links to files are counted", RECEIVE, "lstat(path, &status)", "stat(path, &status)"),
 ]

@@ -15,7 +15,7 @@ add_unit_test(unit_store
     notice_failover_test.cpp
     notice_warning_test.cpp
     generate_test.cpp)
-target_link_options(unit_store PRIVATE -Wl,--wrap=opendir -Wl,--wrap=readdir)
+target_link_options(unit_store PRIVATE -Wl,--wrap=opendir -Wl,--wrap=readdir -Wl,--wrap=rename)
 discover_unit_tests(unit_store unit TEST_PREFIX store.)
 
 add_unit_test(unit_store_threads

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -10,11 +11,13 @@
 extern "C" {
 DIR *__real_opendir(const char *path);
 dirent *__real_readdir(DIR *dir);
+int __real_rename(const char *from, const char *to);
 DIR *__wrap_opendir(const char *path);
 dirent *__wrap_readdir(DIR *dir);
+int __wrap_rename(const char *from, const char *to);
 }
 
-static std::atomic<bool> types_hidden, opendir_fails;
+static std::atomic<bool> types_hidden, opendir_fails, rename_fails;
 static std::atomic<const char *> vanishing;
 
 void store_seams::hide_types(bool hidden)
@@ -30,6 +33,11 @@ void store_seams::vanish(const char *name)
 void store_seams::fail_opendir(bool fails)
 {
     opendir_fails = fails;
+}
+
+void store_seams::fail_rename(bool fails)
+{
+    rename_fails = fails;
 }
 
 DIR *__wrap_opendir(const char *path)
@@ -50,4 +58,13 @@ dirent *__wrap_readdir(DIR *dir)
     if (entry != nullptr && vanishing != nullptr && strcmp(entry->d_name, vanishing) == 0)
         unlinkat(dirfd(dir), entry->d_name, 0);
     return entry;
+}
+
+int __wrap_rename(const char *from, const char *to)
+{
+    if (rename_fails) {
+        errno = EXDEV;
+        return -1;
+    }
+    return __real_rename(from, to);
 }

@@ -14,6 +14,9 @@ void vanish(const char *name);
 /* opendir fails. */
 void fail_opendir(bool fails);
 
+/* rename refuses, as from one file system to another. */
+void fail_rename(bool fails);
+
 } // namespace store_seams
 
 #endif

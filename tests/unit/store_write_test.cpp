@@ -12,6 +12,7 @@
 #include "dv_sms_mgr_log.h"
 #include "store_bench.h"
 #include "store_pdu.h"
+#include "store_seams.h"
 
 static const std::string writer = "dv_sms_mgr_write_sms_to_file";
 static const time_t filing_time = 1709647507; /* 2024-03-05 14:05:07 UTC */
@@ -400,6 +401,32 @@ TEST_F(store_write, message_of_which_only_the_beginning_can_be_written_is_not_th
     EXPECT_EQ("2 0 1 d " + std::string(4000, 'x'), read_file(read_dir + "/2"));
 }
 
+static rlim_t unlimited_again;
+
+static void give_room(int)
+{
+    const struct rlimit limit = {unlimited_again, unlimited_again};
+
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+TEST_F(store_write, message_that_met_a_full_flash_for_a_moment_is_not_there_at_all)
+{
+    struct rlimit limit = {};
+
+    make_boxes();
+    getrlimit(RLIMIT_FSIZE, &limit);
+    unlimited_again = limit.rlim_max;
+    signal(SIGXFSZ, give_room); /* at the first write that does not fit */
+    limit.rlim_cur = 1000;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(0, file(BOX_RECEIVED, 0, {std::string(31, '1'), std::string(4031, 'x'), std::string(31, 'd')}));
+    getrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(unlimited_again, limit.rlim_cur) << "there was no such moment";
+    EXPECT_EQ(lines{}, names(read_dir));
+    EXPECT_FALSE(exists(root + "/.new"));
+}
+
 /* --- a message is there whole or not at all --- */
 
 TEST_F(store_write, message_is_moved_into_its_box_when_it_is_whole)
@@ -438,6 +465,15 @@ TEST_F(store_write, box_elsewhere_is_written_directly)
     make_boxes();
     ASSERT_EQ(0, mkdir((root + "/.new").c_str(), 0777)); /* nothing can be written aside */
     EXPECT_EQ(0, receive());
+    EXPECT_EQ("1 0 +31612345678 2024/03/05 14:07:00 hi", read_file(read_dir + "/1"));
+}
+
+TEST_F(store_write, box_on_another_file_system_is_written_directly)
+{
+    make_boxes();
+    store_seams::fail_rename(true);
+    EXPECT_EQ(0, receive());
+    store_seams::fail_rename(false);
     EXPECT_EQ("1 0 +31612345678 2024/03/05 14:07:00 hi", read_file(read_dir + "/1"));
 }
 

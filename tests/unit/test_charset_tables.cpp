@@ -208,6 +208,40 @@ TEST_F(charset_tables, ascii_to_septets_for_every_character)
     }
 }
 
+/* Text is converted eight characters at a time where they are the same in both alphabets. */
+TEST_F(charset_tables, every_character_at_every_place_among_letters)
+{
+    for (int c = 1; c < 256; c++) {
+        const std::string alone = to_septets(std::string(1, static_cast<char>(c)));
+
+        if (c >= 0x80) { /* none of ASCII's: it stays */
+            EXPECT_EQ(std::string(1, static_cast<char>(c)), alone) << c;
+        }
+        for (size_t place = 0; place < 17; place++) {
+            std::string text = "abcdefghIJKLMNOPq", expected = text;
+
+            text[place] = static_cast<char>(c);
+            expected.replace(place, 1, alone);
+            ASSERT_EQ(expected, to_septets(text)) << c << " at " << place;
+        }
+    }
+}
+
+TEST_F(charset_tables, every_code_at_every_place_among_letters)
+{
+    for (int code = 0; code < 128; code++) {
+        const std::string alone = to_utf8(std::string(1, static_cast<char>(code)));
+
+        for (size_t place = 0; place < 17 && code != 0x1B; place++) {
+            std::string septets = "abcdefghIJKLMNOPq", expected = septets;
+
+            septets[place] = static_cast<char>(code);
+            expected.replace(place, 1, alone);
+            ASSERT_EQ(expected, to_utf8(septets)) << code << " at " << place;
+        }
+    }
+}
+
 TEST_F(charset_tables, printable_ascii_survives_the_way_there_and_back)
 {
     for (char c = ' '; c < 0x7F; c++) {

@@ -61,6 +61,8 @@ TEST_F(charset_unicode, character_count)
         {"\x80\x80", 2}, /* continuation bytes count one each */
         {"\xFE\xFF", 2},
         {"\xC3", 1}, /* cut by the end: counted, and nothing behind the end is read */
+        {"\xE4", 1},
+        {"a\xE4\xB8", 2},
         {"a\xF0\x9F", 2},
         {"\xFC\x80", 1},
         {"\xC3"
@@ -157,6 +159,7 @@ TEST_F(charset_unicode, text_to_hex)
          "A",
          plenty, "0000", 2},
         {"a sequence cut by the end", "a\xE4\xB8", plenty, "00610000", 3},
+        {"a sequence cut behind its lead byte", "a\xE4", plenty, "00610000", 2},
         {"a continuation byte stands for itself", "\xBF", plenty, "00BF", 1},
         {"several", "a中é", plenty, "00614E2D00E9", 6},
         {"the maximum ends it", "a中é", 2, "00614E2D", 4},
