@@ -47,6 +47,7 @@ void core_bench::TearDown()
     char pdu[512];
 
     modem.reset();
+    EXPECT_EQ(lines{}, platform.unclean_reads()) << "these were handed what had stood in their buffers before";
     while (g_sms_send_head != nullptr && list_pop(g_sms_send_head, &record) == 1)
         ;
     free(g_sms_send_head);

@@ -1,9 +1,12 @@
 /* The numbers and names that other programs have, too. The other tests use their names. */
 #include <string>
 
+#include "MTKT750/mtkt750_sms_init.h"
 #include "at_msg.h"
 #include "core_bench.h"
 #include "devinfo.h"
+#include "dv_sms_mgr.h"
+#include "dv_sms_mgr_log.h"
 #include "dv_sms_mgr_send.h"
 #include "dv_sms_mgr_utils.h"
 #include "sms_msg.h"
@@ -62,6 +65,16 @@ TEST(contract, names_of_flags)
     EXPECT_STREQ("DV_SMS_MGR_LAST_RECEIVED_MSG", DV_SMS_MGR_LAST_RECEIVED_MSG);
     EXPECT_STREQ("DV_SMS_MGR_LAST_ERR_CODE", DV_SMS_MGR_LAST_ERR_CODE);
     EXPECT_STREQ("SMS_CSCA", SMS_CSCA_FLAG);
+}
+
+/* As the program starts, before any test has set them. */
+const int tracing_at_start = debug_mode, service_at_start = sms_enabled, errors_shown_at_start = at_err_log_enable;
+
+TEST(contract, the_program_starts_without_tracing_and_service_and_shows_errors)
+{
+    EXPECT_EQ(0, tracing_at_start);
+    EXPECT_EQ(0, service_at_start);
+    EXPECT_EQ(1, errors_shown_at_start);
 }
 
 } // namespace

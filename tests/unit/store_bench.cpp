@@ -97,6 +97,7 @@ void store_bench::SetUp()
 void store_bench::TearDown()
 {
     modem.reset();
+    EXPECT_EQ(lines{}, platform.unclean_reads()) << "these were handed what had stood in their buffers before";
     forget_the_past();
     free(g_sms_send_head);
     g_sms_send_head = nullptr;

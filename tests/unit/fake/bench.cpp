@@ -44,6 +44,7 @@ void bench::SetUp()
 
     fake::the_modem().reset();
     platform.reset();
+    platform.unclean_reads();
     seams::reset();
 
     fflush(stdout);

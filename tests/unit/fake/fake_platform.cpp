@@ -265,6 +265,25 @@ std::vector<std::pair<int, sockmsg_record>> platform::sent()
 
 /* --- reads into a caller's buffer --- */
 
+/* These are primed with what is to be taken for an unset value. */
+static bool may_be_primed(const std::string &call)
+{
+    for (const char *primed : {"flag_get_item DV_SMS_MGR_LAST_RECEIVED_MSG ", "flag_get_item DV_SMS_MGR_LAST_ERR_CODE ",
+                               "cfg_get_item SYS_REBOOT_WHEN_MODEM_UNORMAL "})
+        if (call.compare(0, strlen(primed), primed) == 0)
+            return true;
+    return false;
+}
+
+std::vector<std::string> platform::unclean_reads()
+{
+    guard hold(lock);
+    std::vector<std::string> all;
+
+    all.swap(unclean_reads_);
+    return all;
+}
+
 int platform::fill(const char *function, const std::string *value, char *buffer, int size)
 {
     guard hold(lock);
@@ -273,6 +292,9 @@ int platform::fill(const char *function, const std::string *value, char *buffer,
     if (size <= 0 || buffer == nullptr)
         return -1;
     const auto room = static_cast<size_t>(size);
+    if (std::any_of(buffer, buffer + room, [](char c) { return c != '\0'; }) && !calls_.empty() &&
+        !may_be_primed(calls_.back()))
+        unclean_reads_.push_back(calls_.back());
     if (value == nullptr) {
         if (mode.empties_unset)
             buffer[0] = '\0';

@@ -77,6 +77,10 @@ public:
     int count(const std::string &line);  /* how often this very line was recorded */
     void forget();                       /* the calls, not the settings */
 
+    /* The calls since the last such question that were handed a buffer which was not zeroed, and forgets them. An
+     * unset value may leave a buffer as it was, so what stood there would be taken for the value. */
+    std::vector<std::string> unclean_reads();
+
     /* The records that the bus took, with the modules they went to. */
     std::vector<std::pair<int, sockmsg_record>> sent();
 
@@ -103,6 +107,7 @@ private:
     std::set<std::string> name_pool_; /* names given out stay where they are */
     bool null_names_ = false;
     std::vector<std::string> calls_;
+    std::vector<std::string> unclean_reads_;
     std::vector<std::pair<int, sockmsg_record>> sent_;
     sockmsg_handler handler_ = nullptr;
     std::function<void(const std::string &)> hook_;
