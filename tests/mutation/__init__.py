@@ -6,4 +6,5 @@ CHANGES = core.CHANGES + codec.CHANGES + store.CHANGES + contract.CHANGES
 # Changes that nobody can see, each with the reason.
 EQUIVALENT = {
     "parts of 140 octets": "no text is sent as 8-bit data",
+    "the old answer stays in the buffer": "only an answer delivered since is looked at, and it fills the buffer",
 }

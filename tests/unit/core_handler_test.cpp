@@ -92,6 +92,7 @@ TEST_F(handler, says_nothing_on_standard_output_without_tracing)
     EXPECT_EQ(0, handle(make_request(0x54FF)));
     EXPECT_EQ(0, handle(make_message(DV_SMS_MGR_MSG_ID_SEND_SMS, "123", "hi", 3)));
     EXPECT_EQ("", output());
+    EXPECT_EQ((lines{"get_app_name_by_id 0", "get_app_name_by_id 3"}), platform.calls({"get_app_name_by_id"}));
     EXPECT_EQ(lines{"dv_sms_mgr_handler: DV_SMS_MGR_MSG_ID_SEND_SMS phone: 123 msg:hi"}, saved());
 }
 
@@ -319,7 +320,13 @@ TEST_F(handler, deletes_from_the_box_of_the_request_and_clears_its_full_flag_fir
         platform.set_flag(last_code, "");
         for (int id = 306002; id <= 306004; id++)
             platform.set_devinfo(id, "1");
+        platform.set_hook([&](const std::string &call) {
+            if (call == cleared) {
+                EXPECT_TRACED("dv_sms_mgr_handler", std::string(each.name) + ":1");
+            }
+        });
         EXPECT_EQ(0, handle(make_request(each.msg_id, "1", 3)));
+        platform.set_hook(nullptr);
         EXPECT_ONLY_TRACED("dv_sms_mgr_handler", std::string(each.name) + ":1");
         EXPECT_TRUE(calls_in_order({cleared, std::string("flag_get_item ") + last_message + " 32", "cmd_rm " + file}));
         for (int id = 306002; id <= 306004; id++)
@@ -451,6 +458,7 @@ TEST_F(handler, takes_answers_of_the_modem_whether_the_service_is_on_or_off)
         memset(reply, 0, sizeof reply);
         EXPECT_EQ(0, dv_sms_mgr_send_at(15, reply, sizeof reply, "AT\r"));
         EXPECT_STREQ("\r\nOK\r\n", reply);
+        EXPECT_EQ(0, handle(make_request(0x1017))) << "whether it was asked for or not";
     }
 }
 

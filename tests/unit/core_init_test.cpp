@@ -115,6 +115,7 @@ TEST_F(initialisation, without_memory_for_a_ring_it_gives_up_at_once)
 {
     const std::pair<int, const char *> rings[] = {{1, "init_queue"}, {2, "init_pdu_queue"}};
 
+    write_file("mnt/data/sms/sms_read/1", "1 0 +31 2024/03/05 14:07:00 one"); /* a store to be looked at */
     for (const auto &[nth, name] : rings) {
         forget();
         seams::reset();

@@ -3,7 +3,10 @@
 #include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
+#include <sys/wait.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -106,6 +109,44 @@ TEST_F(start_up, makes_locks_then_names_itself_to_the_log_then_joins_the_bus_the
     ASSERT_GT(calls.size(), first.size());
     EXPECT_EQ(first, lines(calls.begin(), calls.begin() + static_cast<long>(first.size())));
     EXPECT_EQ(dv_sms_mgr_handler, platform.handler());
+}
+
+static constexpr int never_made = 0x5A; /* every byte of a lock or condition that was not made */
+
+template <typename Object> static bool made(const Object &object)
+{
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&object);
+
+    return std::any_of(bytes, bytes + sizeof object, [](unsigned char byte) { return byte != never_made; });
+}
+
+TEST_F(start_up, makes_the_send_lock_and_its_condition_before_those_of_the_modem)
+{
+    memset(&sms_send_lock, never_made, sizeof sms_send_lock);
+    memset(&sms_send_cond, never_made, sizeof sms_send_cond);
+    memset(&at_lock, never_made, sizeof at_lock);
+    memset(&at_available_cond, never_made, sizeof at_available_cond);
+    seams::fail("pthread_mutex_init", 2, 11);
+    EXPECT_EQ(-1, run({"dv_sms_mgr"}));
+    EXPECT_TRUE(made(sms_send_lock) && made(sms_send_cond));
+    EXPECT_FALSE(made(at_lock) || made(at_available_cond));
+    seams::reset();
+    platform.set_result("init_sockmsg", -1);
+    EXPECT_EQ(-1, run({"dv_sms_mgr"}));
+    EXPECT_TRUE(made(at_lock) && made(at_available_cond));
+}
+
+TEST_F(start_up, a_line_of_the_trace_is_out_at_once)
+{
+    seams::fail("pthread_mutex_init", 1, 11);
+    const pid_t child = fork();
+    if (child == 0) {
+        run({"dv_sms_mgr", "-D"});
+        _exit(0); /* nothing that was kept back is written here */
+    }
+    ASSERT_GT(child, 0);
+    waitpid(child, nullptr, 0);
+    EXPECT_TRUE(in_trace("main", "sms_send_lock init fail!"));
 }
 
 TEST_F(start_up, answers_are_awaited_on_the_monotonic_clock)

@@ -227,6 +227,19 @@ TEST_F(charset_tables, every_character_at_every_place_among_letters)
     }
 }
 
+TEST_F(charset_tables, bytes_above_ascii_change_nothing_of_their_neighbours)
+{
+    for (int high = 0x80; high < 256; high++) {
+        for (int c = 1; c < 128; c++) {
+            const std::string byte(1, static_cast<char>(high)),
+                alone = to_septets(std::string(1, static_cast<char>(c)));
+            const std::string text = "ab" + byte + static_cast<char>(c) + "efghijk";
+
+            ASSERT_EQ("ab" + byte + alone + "efghijk", to_septets(text)) << high << " " << c;
+        }
+    }
+}
+
 TEST_F(charset_tables, every_code_at_every_place_among_letters)
 {
     for (int code = 0; code < 128; code++) {

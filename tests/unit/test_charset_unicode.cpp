@@ -1,6 +1,8 @@
 /* UTF-8, code values and UCS-2. */
 #include <limits.h>
 
+#include <random>
+
 #include "vectors/codec_bench.h"
 
 class charset_unicode : public codec
@@ -172,6 +174,42 @@ TEST_F(charset_unicode, text_to_hex)
         const converted result = to_hex(row.text, row.max_chars, strlen(row.expected) + 1);
         EXPECT_EQ(row.expected, result.hex);
         EXPECT_EQ(row.consumed, result.consumed);
+    }
+}
+
+/* Characters are converted several at a time where they are whole; here one after the other. */
+static std::string hex_one_by_one(const std::string &text, int *count)
+{
+    std::string hex;
+
+    *count = 0;
+    for (size_t at = 0; at < text.size(); (*count)++) {
+        const auto length = static_cast<size_t>(dv_sms_mgr_utf8_seq_len(static_cast<uint8_t>(text[at])));
+        const std::string sequence = text.substr(at, length) + std::string(6, '\0');
+        uint32_t value = 0;
+
+        dv_sms_mgr_utf8_to_unicode_one(sequence.c_str(), &value, static_cast<int>(length));
+        hex += reference::hex({static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)});
+        at += length;
+    }
+    return hex;
+}
+
+TEST_F(charset_unicode, whole_and_malformed_characters_in_any_order)
+{
+    static const char *const pieces[] = {"\xE4\xB8\xAD", "\xE4\xB8\xAD", "\xC3\xA9", "\xC3\xA9", "A",    "\xE4",
+                                         "\xB8",         "\xC3",         "\xF0\x9F", "\xE4\xB8", "\xFF", "\xC3\xC3"};
+    std::mt19937 random{23038};
+
+    for (int round = 0; round < 20000; round++) {
+        std::string text;
+        int count = 0;
+
+        for (size_t n = random() % 12; n > 0; n--)
+            text += pieces[random() % std::size(pieces)];
+        const std::string expected = hex_one_by_one(text, &count);
+        ASSERT_EQ(count, dv_sms_mgr_utf8_char_count(text.c_str())) << round;
+        ASSERT_EQ(expected, to_hex(text, plenty, 4 * text.size() + 1).hex) << round;
     }
 }
 

@@ -146,6 +146,19 @@ TEST_F(pdu_decode, reports_of_a_name)
               reports());
 }
 
+TEST_F(pdu_decode, reports_of_a_name_with_a_blank)
+{
+    decode("00 04 08D0 4190780C 00 00 42305041700002 02 E834");
+    EXPECT_EQ((lines{
+                  "sms_phone is english, phone is:A bc",
+                  "util_replace_with_new_string_ext data:A$bc",
+                  "sms_phone:A$bc",
+                  "sms_date:2024/03/05 14:07:00",
+                  "total_bit:14, body_len:2, sms7bit_len:2, offset:0",
+              }),
+              reports());
+}
+
 TEST_F(pdu_decode, the_log_is_written_without_a_trace_too)
 {
     debug_mode = 0;

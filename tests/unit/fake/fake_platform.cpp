@@ -192,6 +192,8 @@ void platform::set_hook(std::function<void(const std::string &)> hook)
     hook_ = std::move(hook);
 }
 
+static thread_local std::string own_last_call; /* of this thread; others may have called since */
+
 void platform::record(const std::string &line)
 {
     std::function<void(const std::string &)> hook;
@@ -202,6 +204,7 @@ void platform::record(const std::string &line)
     }
     if (hook)
         hook(line);
+    own_last_call = line; /* the hook may have called, too */
 }
 
 std::vector<std::string> platform::calls()
@@ -292,9 +295,8 @@ int platform::fill(const char *function, const std::string *value, char *buffer,
     if (size <= 0 || buffer == nullptr)
         return -1;
     const auto room = static_cast<size_t>(size);
-    if (std::any_of(buffer, buffer + room, [](char c) { return c != '\0'; }) && !calls_.empty() &&
-        !may_be_primed(calls_.back()))
-        unclean_reads_.push_back(calls_.back());
+    if (std::any_of(buffer, buffer + room, [](char c) { return c != '\0'; }) && !may_be_primed(own_last_call))
+        unclean_reads_.push_back(own_last_call);
     if (value == nullptr) {
         if (mode.empties_unset)
             buffer[0] = '\0';
