@@ -56,6 +56,15 @@ std::string file_of(const dv_sms_box &box, int number)
 
 /* --- what is there before --- */
 
+void write_text(const char *path, int flags, const std::string &text)
+{
+    const int file = open(path, O_WRONLY | O_CREAT | flags, 0666);
+
+    if (file < 0 || write(file, text.data(), text.size()) < 0)
+        abort();
+    close(file);
+}
+
 void fill_box(const dv_sms_box &box, int count, const char *state_and_rest)
 {
     std::string index = " ";
@@ -63,10 +72,10 @@ void fill_box(const dv_sms_box &box, int count, const char *state_and_rest)
     std::filesystem::remove_all(box.dir);
     std::filesystem::create_directories(box.dir);
     for (int number = 1; number <= count; number++) {
-        cmd_echo((std::to_string(number) + state_and_rest).c_str(), file_of(box, number).c_str());
+        write_text(file_of(box, number).c_str(), O_TRUNC, std::to_string(number) + state_and_rest);
         index += std::to_string(number) + " ";
     }
-    cmd_echo(index.c_str(), box.index);
+    write_text(box.index, O_TRUNC, index);
 }
 
 void clear_flags()
@@ -101,15 +110,6 @@ void full_of_unread()
 }
 
 /* --- the floors --- */
-
-void write_text(const char *path, int flags, const std::string &text)
-{
-    const int file = open(path, O_WRONLY | O_CREAT | flags, 0666);
-
-    if (file < 0 || write(file, text.data(), text.size()) < 0)
-        abort();
-    close(file);
-}
 
 int stored_count()
 {

@@ -355,7 +355,7 @@ void write_json(const char *path, const std::map<std::string, Series> &all)
 
 int main(int argc, char **argv)
 {
-    int rounds = 500, starts = 5;
+    int rounds = 1500, starts = 5;
     const char *json = nullptr;
 
     for (int i = 2; i + 1 < argc; i += 2) {
