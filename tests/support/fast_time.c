@@ -2,7 +2,8 @@
  *
  * Preloaded, it divides the time-outs of the calls below and multiplies the rate of the monotonic
  * clocks, so that a program which waits by them sees consistent time and needs to know nothing.
- * CLOCK_REALTIME and time() stay as they are. Preload it in front of a sanitizer's library: its
+ * CLOCK_REALTIME and time() stay as they are, but for time() where FAST_SECONDS is set: it then passes as
+ * fast, for whom a second that lasts too long would be no second. Preload it in front of a sanitizer's library: its
  * calls then go through the sanitizer's own (AddressSanitizer wants verify_asan_link_order=0). */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -40,8 +41,9 @@ static struct {
     cond_clockwait_fn *cond_clockwait;
 } next;
 
-static int64_t factor; /* 0 until set up */
-static int64_t origin; /* where the real and the fast monotonic clock agree, in ns */
+static int64_t factor;      /* 0 until set up */
+static int64_t origin;      /* where the real and the fast monotonic clock agree, in ns */
+static int64_t origin_date; /* the date then, in ns; 0: time() stays as it is */
 
 static int64_t to_ns(const struct timespec *time)
 {
@@ -87,6 +89,7 @@ __attribute__((constructor)) static void set_up(void)
     find("epoll_pwait", &next.epoll_pwait);
     find("pthread_cond_clockwait", &next.cond_clockwait);
     origin = real_now(CLOCK_MONOTONIC);
+    origin_date = getenv("FAST_SECONDS") == NULL ? 0 : real_now(CLOCK_REALTIME);
     factor = value < 1 ? 1 : value > MAX_FACTOR ? MAX_FACTOR : value;
 }
 
@@ -136,6 +139,19 @@ int clock_gettime(clockid_t clock, struct timespec *time)
     if (result == 0 && fast)
         *time = to_timespec(to_fast(to_ns(time)));
     return result;
+}
+
+time_t time(time_t *room)
+{
+    time_t now;
+
+    if (factor == 0)
+        set_up();
+    now = (origin_date == 0 ? real_now(CLOCK_REALTIME) : origin_date + to_fast(real_now(CLOCK_MONOTONIC)) - origin) /
+          SECOND;
+    if (room != NULL)
+        *room = now;
+    return now;
 }
 
 /* Sleeps for a shortened time; what is left is given in fast time again. Returns an error number. */
