@@ -6,5 +6,7 @@ CHANGES = core.CHANGES + codec.CHANGES + store.CHANGES + contract.CHANGES
 # Changes that nobody can see, each with the reason.
 EQUIVALENT = {
     "parts of 140 octets": "no text is sent as 8-bit data",
+    "the destination is checked first": "a refused number is reported in the same words, whichever it is",
+    "blocks hold bytes above ASCII": "the other sums refuse such a block, too",
     "the old answer stays in the buffer": "only an answer delivered since is looked at, and it fills the buffer",
 }
