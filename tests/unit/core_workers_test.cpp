@@ -304,6 +304,10 @@ TEST_F(running_workers, say_so_when_they_end)
                              "process_receive_sms_thread: exit_from_process_cmt_read_sms_thread!\\n",
                              "process_send_sms_thread: exit_from_process_send_sms_thread!\\n"})
         EXPECT_EQ(1u, times(saved(), line));
+    for (const char *line : {"process_1s_thread: exit_from_process_1s_thread!",
+                             "process_receive_sms_thread: exit_from_process_cmt_read_sms_thread!",
+                             "process_send_sms_thread: exit_from_process_send_sms_thread!"})
+        EXPECT_EQ(0u, times(saved(), line)) << "the log has it with a line end only";
     /* The exit hook is registered three times, so it runs three times. */
     dv_sms_mgr_stop_threads();
     dv_sms_mgr_stop_threads();
