@@ -1,6 +1,7 @@
 #include "bus_side.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
@@ -15,6 +16,10 @@ namespace at_owner
 {
 namespace
 {
+
+/* How often a receiver without room is tried, which takes a tenth of a second each time: what the modem says once must
+ * not be gone because the daemon stood still for a moment. */
+constexpr int tries = 20;
 
 /* Where the bus's thread leaves requests. It outlives main: that thread never ends. */
 struct inbox {
@@ -104,7 +109,9 @@ void bus_side::send(int module, const void *record) const
 {
     sockmsg_record copy;
     std::memcpy(&copy, record, sizeof copy);
-    const int error = sockmsg_send_common_msg(module, &copy);
+    int error = ENOBUFS;
+    for (int i = 0; i < tries && error == ENOBUFS; i++)
+        error = sockmsg_send_common_msg(module, &copy);
     if (error != 0)
         savelog(0, "[at_owner] record 0x%04X does not reach module %d: %s", static_cast<unsigned>(copy.msg_id), module,
                 std::strerror(error));

@@ -111,10 +111,12 @@ class Module:
         self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.socket.bind(os.path.join(folder, str(number)))
         self.answers, self.indications, self.notices = queue.Queue(), queue.Queue(), queue.Queue()
+        self.awake = threading.Event()          # cleared, it takes nothing any more
+        self.awake.set()
         threading.Thread(target=self._serve, daemon=True).start()
 
     def _serve(self):
-        while True:
+        while self.awake.wait():
             data = self.socket.recv(bus.RECORD.size + 1)
             if not data:
                 return

@@ -64,6 +64,16 @@ def test_a_late_answer_is_not_taken_for_the_next_one():
         assert b.daemon.indications.empty()
 
 
+def test_a_daemon_that_stands_still_for_a_moment_gets_every_line():
+    lines = [f'\r\n+CMTI: "SM",{index}\r\n' for index in range(60)]
+    with Bench() as b:
+        b.start()
+        b.daemon.awake.clear()
+        threading.Timer(0.6, b.daemon.awake.set).start()
+        b.modem.say("".join(lines))
+        assert [b.daemon.indications.get(timeout=10) for _ in lines] == lines
+
+
 @pytest.mark.parametrize("seconds", [3.05, 4.5])
 def test_a_modem_that_is_slow_with_everything(seconds):
     pace = 5                                    # the owner waits five seconds: what is left must outlast a busy machine

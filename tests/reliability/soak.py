@@ -35,6 +35,7 @@ KEPT = 150                      # messages a box before the older ones are delet
 INCOMPLETE = range(200, 256)    # references of messages of which a part never comes; each is used once
 FULL = "can not continue save,please delete it"
 RING_FULL, INDEX_RING_FULL = "util_enqueue_pdu: pdu queue is full", "util_enqueue: queue is full"
+BUS_FULL = "record 0x1010 does not reach module 27"
 QUEUE_FULL = "there are too much msgs, just stop push queue"
 
 
@@ -241,7 +242,7 @@ class Soak:
         for a reason of their own."""
         name, begin, end, rule = fault
         known = set().union(*self.issued.values())
-        before = {text: self.log.count(text) for text in (FULL, RING_FULL, QUEUE_FULL)}
+        before = {text: self.log.count(text) for text in (FULL, BUS_FULL, RING_FULL, QUEUE_FULL)}
         damaged = self.damaged
         begin(self)
         ways = {"cmt": 30, "cmti": 30, "out": 60} if name not in ONE_WAY else ONE_WAY[name]
@@ -272,7 +273,8 @@ class Soak:
     def explain(self, rule, fresh, since, damaged):
         missing = {side: sorted(number for number in numbers if number not in self.filed and number not in self.fates)
                    for side, numbers in fresh.items()}
-        for side, fate, allowed in rule(since, damaged):
+        bus_full = ("direct", "came directly when the bus had no room for seconds", since[BUS_FULL])
+        for side, fate, allowed in [*rule(since, damaged), bus_full]:
             chosen = [number for number in missing["out" if side == "out" else "in"]
                       if side != "direct" or number in self.direct][:allowed]
             self.fates.update(dict.fromkeys(chosen, fate))
@@ -297,7 +299,7 @@ class Soak:
         bench.start()
         warm_up(bench)
         clearer = Clearer(bench)
-        self.log = Tail(bench.log_path, (FULL, RING_FULL, INDEX_RING_FULL, QUEUE_FULL))
+        self.log = Tail(bench.log_path, (FULL, BUS_FULL, RING_FULL, INDEX_RING_FULL, QUEUE_FULL))
         started, told = time.monotonic(), 0
         self.episode(FLOODS[0], 70)             # rings and queue at their fullest, once
         self.episode(FLOODS[1], 70)
