@@ -600,7 +600,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--kills", type=int, default=25)
     parser.add_argument("--seed", type=int, default=20240305)
-    parser.add_argument("--factor", type=int, default=200)
+    parser.add_argument("--factor", type=int, default=50)
     parser.add_argument("--windows", action="store_true")
     parser.add_argument("--rounds", type=int, default=200)
     options = parser.parse_args()
