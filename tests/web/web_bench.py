@@ -1,5 +1,6 @@
 """The page's server on the bench, and a client for it that does what no browser would."""
 
+import errno
 import http.client
 import json
 import os
@@ -160,7 +161,11 @@ class Client:
         with socket.create_connection((self.host, self.port), timeout) as connection:
             connection.sendall(data)
             if last:
-                connection.shutdown(socket.SHUT_WR)
+                try:
+                    connection.shutdown(socket.SHUT_WR)
+                except OSError as error:        # the server has closed already
+                    if error.errno != errno.ENOTCONN:
+                        raise
             out = b""
             while piece := connection.recv(65536):
                 out += piece
