@@ -146,6 +146,7 @@ def test_a_burst_of_stored_messages_stays_on_the_sim():
         for number in range(70):
             bench.handset("send", "--via", "cmti", f"message {number}")
         bench.wait_trace("recv atind data:\\r\\n+CMTI", 70)
+        bench.wait_passed(0x50000001)           # and the last one is dealt with
         full = bench.log().count("queue is full, can not enqueue")
         bench.wait_records("read", 70 - full, 60)
         bench.wait(lambda: len(bench.stored()) == full, "those that were filed are deleted from the SIM")
