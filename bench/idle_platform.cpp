@@ -1,8 +1,6 @@
 /* Another platform than the one for Linux: the least that keeps the daemon going, so that its own memory can be told
  * from that of the library it came with. Everything is configured, and a modem that needs nothing answers at once. */
 #include <pthread.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -61,11 +59,6 @@ int sockmsg_send_common_msg(int, const sockmsg_record *record)
     return write(ends[1], record, sizeof *record) == static_cast<ssize_t>(sizeof *record) ? 0 : -1;
 }
 
-const char *get_app_name_by_id(int)
-{
-    return "";
-}
-
 static int give(const char *value, char *buffer, int size)
 {
     strncpy(buffer, value, static_cast<size_t>(size));
@@ -87,24 +80,9 @@ int flag_get_item(const char *, char *buffer, int size)
     return give("1", buffer, size);
 }
 
-int flag_set(const char *, const char *)
-{
-    return 0;
-}
-
 int get_devinfo_value_by_id(int, char *buffer, int size)
 {
     return give("1", buffer, size);
-}
-
-int set_devinfo_value_by_id(int, const char *, int)
-{
-    return 0;
-}
-
-int init_log_params(const char *)
-{
-    return 0;
 }
 
 /* The one line that says that the daemon is idle now. */
@@ -112,33 +90,6 @@ void savelog(int, const char *format, ...)
 {
     if (strstr(format, "init complete") != nullptr)
         (void)!write(STDOUT_FILENO, "init complete\n", 14);
-}
-
-void reset_libcommlog_level() {}
-
-int cmd_cat(const char *, char *, int)
-{
-    return 0;
-}
-
-int cmd_echo(const char *, const char *)
-{
-    return 0;
-}
-
-int cmd_rm(const char *)
-{
-    return 0;
-}
-
-int util_shell(const char *)
-{
-    return 0;
-}
-
-int util_get_cmd_result(const char *, char *, int)
-{
-    return 0;
 }
 
 int util_replace_with_new_string_ext(char *, int, const char *, const char *)

@@ -21,11 +21,6 @@ int sockmsg_send_common_msg(int, const sockmsg_record *)
     return 0;
 }
 
-const char *get_app_name_by_id(int)
-{
-    return "";
-}
-
 int cfg_get_item(const char *, char *, int)
 {
     return 0;
@@ -44,11 +39,6 @@ int flag_get_item(const char *, char *buffer, int size)
     return 0;
 }
 
-int flag_set(const char *, const char *)
-{
-    return 0;
-}
-
 /* Every item says that the network is there. */
 int get_devinfo_value_by_id(int, char *buffer, int)
 {
@@ -56,44 +46,7 @@ int get_devinfo_value_by_id(int, char *buffer, int)
     return 0;
 }
 
-int set_devinfo_value_by_id(int, const char *, int)
-{
-    return 0;
-}
-
-int init_log_params(const char *)
-{
-    return 0;
-}
-
 void savelog(int, const char *, ...) {}
-
-void reset_libcommlog_level() {}
-
-int cmd_cat(const char *, char *, int)
-{
-    return 0;
-}
-
-int cmd_echo(const char *, const char *)
-{
-    return 0;
-}
-
-int cmd_rm(const char *)
-{
-    return 0;
-}
-
-int util_shell(const char *)
-{
-    return 0;
-}
-
-int util_get_cmd_result(const char *, char *, int)
-{
-    return 0;
-}
 
 /* One character for another: all that the codec asks for. */
 int util_replace_with_new_string_ext(char *text, int, const char *old_text, const char *new_text)

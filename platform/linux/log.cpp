@@ -28,8 +28,8 @@ static constexpr int syslog_priorities[] = {LOG_INFO, LOG_INFO, LOG_INFO, LOG_DE
 static std::atomic<int> g_level{LEVEL_UNKNOWN};
 static std::atomic<const char *> g_tag{nullptr};
 static std::mutex g_tag_lock;
-static std::mutex
-    g_line_lock; /* one line at a time, so that no thread's stack has to hold one; taken before g_tag_lock */
+/* One line at a time, so that no thread's stack has to hold one. Taken before g_tag_lock. */
+static std::mutex g_line_lock;
 
 /* A line of bounded length that takes a character, or its escape, whole or not at all. */
 struct line {
