@@ -20,7 +20,7 @@ endif()
 function(dv_add_pytest name)
     cmake_parse_arguments(PARSE_ARGV 1 given "" "TIMEOUT" "LABELS;ENVIRONMENT;ARGUMENTS")
     if(NOT given_TIMEOUT)
-        set(given_TIMEOUT 280)
+        set(given_TIMEOUT 900) # four times what a slow machine needs, since all may last four times as long
     endif()
     add_test(NAME ${name} WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}
         COMMAND ${DV_PYTHON} -m pytest -q -rs -p no:cacheprovider --tb=short ${given_ARGUMENTS})

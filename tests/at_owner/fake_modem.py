@@ -17,7 +17,7 @@ SCENARIO = Path(__file__).resolve().parents[1] / "scenario"
 sys.path.insert(0, str(SCENARIO))
 
 import bus                                                           # noqa: E402
-from processes import Process, Trouble, environment, read_text, wait_for    # noqa: E402
+from processes import Process, Trouble, environment, paced, read_text, wait_for    # noqa: E402
 
 BUILD = Path(os.environ.get("DV_BUILD", SCENARIO.parents[1] / "build" / "release"))
 MSG_BLOCK = 0x4001
@@ -156,7 +156,7 @@ class Bench:
         self.platform = self.root / "platform"
         self.bus = str(self.platform / "bus")
         os.makedirs(self.bus)
-        self.factor = factor
+        self.factor = paced(factor)
         self.log_path = self.root / "log"
         self.trace_path = self.root / "trace"
         self.port = self.root / "port"

@@ -89,7 +89,7 @@ def test_unsolicited_lines_in_the_middle_of_an_answer():
         b.start()
         answer = b.daemon.ask("AT+CMGR=1\r")
         assert answer.text == f"\r\n+CMGR: 0,,27\r\n{PDU}BB\r\n\r\nOK\r\n"
-        assert [b.daemon.indications.get(timeout=5) for _ in range(3)] == [
+        assert [b.daemon.indications.get(timeout=30) for _ in range(3)] == [
             "\r\n^RSSI: 21\r\n", f"\r\n+CMT: ,27\r\n{PDU}AA\r\n", '\r\n+CMTI: "SM",7\r\n']
 
 
@@ -99,8 +99,8 @@ def test_unsolicited_lines_when_nothing_is_asked():
         b.start("--notify", "27", "--notify", "51")
         b.modem.say(f'\r\n+CMTI: "SM",3\r\n\r\n+CMT: ,27\r\n{PDU}\r\n')
         for module in (b.daemon, second):
-            assert module.indications.get(timeout=5) == '\r\n+CMTI: "SM",3\r\n'
-            assert module.indications.get(timeout=5) == f"\r\n+CMT: ,27\r\n{PDU}\r\n"
+            assert module.indications.get(timeout=30) == '\r\n+CMTI: "SM",3\r\n'
+            assert module.indications.get(timeout=30) == f"\r\n+CMT: ,27\r\n{PDU}\r\n"
 
 
 def test_a_module_that_is_not_there_is_no_trouble():

@@ -74,11 +74,9 @@ class Clearer(threading.Thread):
 
 class Soak:
     def __init__(self, seed, factor, keep=None):
-        self.random, self.factor, self.keep = random.Random(seed), factor, keep
-        # The daemon tells its AT requests apart by the second: one that lasted for hundreds would mix up answers that
-        # come too late.
-        os.environ["FAST_SECONDS"] = "1"
+        self.random, self.keep = random.Random(seed), keep
         self.bench = Bench(factor=factor)
+        self.factor = self.bench.factor
         self.bench.cfg["SYS_SMS_MAX_SAVE_SIZE"] = str(CAPACITY)
         self.bench.cfg["SYS_REBOOT_WHEN_MODEM_UNORMAL"] = "0"
         self.texts = common.Texts()

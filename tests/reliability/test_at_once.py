@@ -76,7 +76,7 @@ def agree(bench, box):
 
 
 def test_index_directory_and_counter_agree_in_the_end():
-    with Bench(factor=30) as bench:
+    with Bench() as bench:
         texts, pdus = common.Texts(), {}
         bench.cfg["SYS_SMS_MAX_SAVE_SIZE"] = "1000"
         fake = bench.start_fake_owner()
@@ -117,7 +117,7 @@ def test_index_directory_and_counter_agree_in_the_end():
                 bench.request(bus.MSG_SEND, bus.pack_message("12345", new_text()))
                 if number % 30 == 29:           # the queue holds sixty
                     bench.wait(lambda number=number: sum("DORVYSMS" in text for text in fake.texts()) >= number - 10,
-                               "some have been sent", 60)
+                               "some have been sent", 120)
 
         def draft():
             for _ in range(EACH):
@@ -148,13 +148,13 @@ def test_index_directory_and_counter_agree_in_the_end():
             return not pdus
 
         for thread in together.threads[:3]:
-            thread.join(60)
-        bench.wait(lambda: together.errors or count("receive_data-->") >= wanted["in"] - len(pdus), "the rings are empty", 60)
+            thread.join(120)
+        bench.wait(lambda: together.errors or count("receive_data-->") >= wanted["in"] - len(pdus), "the rings are empty", 120)
         while not all_filed():
             pass
         bench.wait(lambda: together.errors or (
             len(filed()) >= wanted["in"] and count("save msg --->") >= wanted["send"] + wanted["draft"]),
-                   lambda: f"all is filed: {len(filed())} received, {count('save msg --->')} others", 60)
+                   lambda: f"all is filed: {len(filed())} received, {count('save msg --->')} others", 120)
         ending.set()
         together.join()
         bench.wait_passed(0x7654)

@@ -17,7 +17,7 @@ import tempfile
 from pathlib import Path
 
 import bus
-from processes import Process, Trouble, environment, read_text, wait_for
+from processes import Process, Trouble, environment, paced, read_text, wait_for
 
 REPOSITORY = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("DV_BUILD", REPOSITORY / "build" / "release"))
@@ -100,7 +100,7 @@ class Bench:
     def __init__(self, factor=None, build=BUILD, root=None):
         """`root`: a directory to live in, made when it is missing; otherwise a new one."""
         self.build = Path(build)
-        self.factor = FACTOR if factor is None else factor
+        self.factor = paced(FACTOR if factor is None else factor)
         if root:
             os.makedirs(root, exist_ok=True)
         self.root = Path(root or tempfile.mkdtemp(prefix="dv_sms_"))

@@ -11,6 +11,9 @@ SANITIZER_EXIT = 86
 SANITIZER_WORDS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "WARNING: ThreadSanitizer",
                    "FATAL: ThreadSanitizer", "runtime error: ", "SUMMARY: UndefinedBehaviorSanitizer")
 
+# How many times longer everything may last than it should: for a machine that has stood still.
+PATIENCE = int(os.environ.get("DV_PATIENCE", "1"))
+
 _libc = ctypes.CDLL(None, use_errno=True)
 
 
@@ -18,8 +21,14 @@ class Trouble(AssertionError):
     """What was awaited did not come, or a process went wrong."""
 
 
+def paced(factor):
+    """How fast time passes where it should be `factor` times as fast."""
+    return max(1, factor // PATIENCE)
+
+
 def wait_for(condition, what, seconds=20, interval=0.01):
-    """The first true value of `condition`; raises Trouble after `seconds` of real time."""
+    """The first true value of `condition`; raises Trouble after `seconds` of real time, times PATIENCE."""
+    seconds *= PATIENCE
     deadline = time.monotonic() + seconds
     while True:
         value = condition()
@@ -31,10 +40,11 @@ def wait_for(condition, what, seconds=20, interval=0.01):
 
 
 def environment(factor=1, library=None, **more):
-    """The environment of a program under test: the caller's, with time `factor` times as fast."""
+    """The environment of a program under test: the caller's, with time `factor` times as fast. The seconds of the date
+    pass as fast: the daemon tells its AT requests apart by them, so that an answer which comes too late is none."""
     env = {key: value for key, value in os.environ.items() if not key.startswith(("DV_PLATFORM", "LD_PRELOAD"))}
     if factor != 1:
-        env.update(LD_PRELOAD=str(library), FAST_TIME=str(factor))
+        env.update(LD_PRELOAD=str(library), FAST_TIME=str(factor), FAST_SECONDS="1")
     env.update(ASAN_OPTIONS=f"verify_asan_link_order=0:exitcode={SANITIZER_EXIT}",
                TSAN_OPTIONS=f"atexit_sleep_ms=0:exitcode={SANITIZER_EXIT}",
                UBSAN_OPTIONS="print_stacktrace=1", LC_ALL="C.UTF-8", TZ="UTC")

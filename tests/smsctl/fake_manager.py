@@ -14,7 +14,7 @@ SCENARIO = Path(__file__).resolve().parents[1] / "scenario"
 sys.path.insert(0, str(SCENARIO))
 
 import bus                                                           # noqa: E402
-from processes import SANITIZER_WORDS, environment, read_text, wait_for    # noqa: E402, F401
+from processes import SANITIZER_WORDS, environment, paced, read_text, wait_for    # noqa: E402, F401
 
 BUILD = Path(os.environ.get("DV_BUILD", SCENARIO.parents[1] / "build" / "release"))
 BOXES = {"inbox": ("sms_read", "read_index"), "sent": ("sms_send", "send_index"), "drafts": ("sms_draft", "draft_index")}
@@ -97,7 +97,7 @@ class Bench:
         self.platform = self.root / "platform"
         self.bus = str(self.platform / "bus")
         self.store = self.root / "sms"
-        self.factor = factor
+        self.factor = paced(factor)
         for folder in ("bus", "cfg", "flag", "devinfo"):
             os.makedirs(self.platform / folder)
         self.set_cfg("SYS_SMS_SW", "1")

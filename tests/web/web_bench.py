@@ -84,7 +84,7 @@ class WebBench(Bench):
 
     def _pace(self, factor):
         wanted = environment(factor, self.build / "lib" / "libfast_time.so")
-        return {key: wanted.get(key, "") for key in ("LD_PRELOAD", "FAST_TIME")}
+        return {key: wanted.get(key, "") for key in ("LD_PRELOAD", "FAST_TIME", "FAST_SECONDS")}
 
     def start_fake_daemon(self):
         self.daemon_stand_in = FakeDaemon(self)
