@@ -63,7 +63,7 @@ def test_a_modem_out_of_its_mind_is_outlived(fault):
             bench.handset("send", "--via", "cmti", f"stored {number}")
             bench.send("+31687654321", f"out {number}", seconds=60)
         bench.modem(fault[0], "off")
-        assert bench.send("+31687654321", "sane", seconds=60) == 0
+        bench.wait(lambda: bench.send("+31687654321", "sane", seconds=60) == 0, "the modem is in step again", 60)
         bench.handset("send", "sane")
         bench.wait(lambda: "sane" in bench.store.texts("read"), "the text that comes afterwards", 60)
         assert "sane" in [message["text"] for message in bench.inbox(1)]

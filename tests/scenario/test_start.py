@@ -32,8 +32,8 @@ def test_the_modem_fails_for_a_while():
         bench.wait_service()
         times = [entry["ms"] / 1000 for entry in bench.command_log("AT+CMGF?")]
         assert len(times) == 6
-        for seen, wanted in zip((time - times[0] for time in times), (0, 1, 2, 3, 14, 24)):
-            assert wanted - 0.5 < seen < wanted + 3, times
+        gaps = [later - earlier for earlier, later in zip(times, times[1:])]
+        assert all(gap > least - 0.5 for gap, least in zip(gaps, (1, 1, 1, 10, 10))), times
 
 
 def test_a_full_sim_gives_one_place_up():

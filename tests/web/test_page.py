@@ -360,7 +360,7 @@ def test_words_of_warning(shared, shared_page):
         "🎉 will not arrive: the router can send only half of it, which is U+F389."]
     shared_page.click("#send")
     assert shared.inbox(1)[0]["text"] == "\uf389 and \uf389"
-    shared.wait_records("send", 1)
+    shared_page.wait(lambda: not shared_page.is_shown("#composer"), "it is put away when it has been sent")
     shared_page.write(HANDSET, "x" * 4001)
     assert "too long" in shared_page.texts("#text-warnings li")[-1] and not shared_page.find("#send").is_enabled()
     shared_page.type("#text", "x" * 4000)
