@@ -34,6 +34,8 @@ void dv_sms_mgr_update_last_err_code_flag(int code);
 /* 0: the device-information store names a network; -1: it does not. */
 int dv_sms_mgr_check_network_state();
 
+enum { AT_TIMEOUT = 15 }; /* seconds: of every command */
+
 /* Sends one AT command (printf format and arguments, "\r" included) and waits for the answer: for
  * `timeout` + 3 seconds, or 18 when `timeout` is below 1. Of the answer's text exactly size - 1
  * characters are copied into `buffer`, whose last character stays as it was: pass it zeroed. A null

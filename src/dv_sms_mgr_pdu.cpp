@@ -601,7 +601,7 @@ void dv_sms_mgr_ucs2_to_utf8_string(const uint8_t *ucs2, char *output, int bytes
 
 static constexpr char decoder_name[] = "dv_sms_mgr_parse_pdu"; /* for whom the steps below speak */
 
-enum : uint8_t { UDHI = 0x40, TYPE_INTERNATIONAL = 0x91, IEI_CONCATENATED_8BIT = 0x00 };
+enum : uint8_t { UDHI = 0x40, IEI_CONCATENATED_8BIT = 0x00 };
 
 /* Hex digits still to be read; `pos` never passes `end`, where the text's terminator stands. */
 struct pdu_reader {

@@ -14,6 +14,12 @@ enum {
     PDU_UDH_SIZE = 260    /* a header of 256 octets, and what its first element may point at behind it */
 };
 
+enum : uint8_t {
+    TYPE_UNKNOWN = 0x81,       /* types of address (TS 23.040, 9.1.2.5), of the telephone numbering plan */
+    TYPE_INTERNATIONAL = 0x91, /* the digits follow a "+" */
+    GSM7_ESCAPE = 0x1B         /* in front of a code of the extension table (TS 23.038, 6.2.1.1) */
+};
+
 /* A decoded message, or one part of one. */
 struct dv_sms_msg {
     uint32_t concatenated;          /* 1: the header carries a concatenation element with an 8-bit identifier */

@@ -7,7 +7,9 @@
 
 #include <array>
 
-enum : uint8_t { GSM7_ESCAPE = 0x1B, GSM7_EXT_EURO = 0x65 };
+#include "dv_sms_mgr_pdu.h"
+
+enum : uint8_t { GSM7_EXT_EURO = 0x65 };
 
 /* The default alphabet (TS 23.038, 6.2.1) in code points; the tables below are built from it. */
 inline constexpr std::array<uint16_t, 128> default_alphabet = [] {

@@ -402,7 +402,7 @@ int dv_sms_mgr_link_part()
 
 /* --- retrieval --- */
 
-enum { AT_TIMEOUT = 15 /* seconds */, REPLY_SIZE = 512 };
+enum { REPLY_SIZE = 512 };
 
 static const char ok_line[] = "\r\nOK\r\n";
 

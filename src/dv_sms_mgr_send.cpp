@@ -12,8 +12,6 @@
 #include "flag.h"
 
 enum : uint8_t {
-    TYPE_INTERNATIONAL = 0x91,
-    TYPE_UNKNOWN = 0x81,
     MTI_MASK = 0x03,
     MTI_SUBMIT = 0x01,
     RD_BIT = 0x04,
@@ -21,14 +19,12 @@ enum : uint8_t {
     VPF_RELATIVE = 0x10,
     UDHI_BIT = 0x40,
     VALIDITY_45_MINUTES = 8,
-    GSM7_ESCAPE = 0x1B,
     CTRL_Z = 0x1A
 };
 
 enum {
-    UDH_OCTETS = 6,  /* of a concatenation header, its length octet included */
-    UDH_SEPTETS = 7, /* the same with one fill bit */
-    AT_TIMEOUT = 15  /* seconds */
+    UDH_OCTETS = 6, /* of a concatenation header, its length octet included */
+    UDH_SEPTETS = 7 /* the same with one fill bit */
 };
 
 char dv_sms_send_text[SEND_TEXT_MAX + 2];

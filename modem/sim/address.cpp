@@ -9,7 +9,6 @@ namespace
 {
 
 constexpr std::string_view digit_set = "0123456789*#abc"; /* TS 24.008, 10.5.4.7 */
-constexpr size_t most_digits = 20;
 constexpr size_t most_letters = 11;
 constexpr uint8_t telephone_plan = 0x01;
 

@@ -12,6 +12,8 @@
 namespace sim
 {
 
+constexpr size_t most_digits = 20; /* of an address in a TPDU */
+
 /* Types of number (bits 4-6 of the type octet). */
 enum class number_type { unknown, international, national, network, subscriber, alphanumeric, abbreviated };
 

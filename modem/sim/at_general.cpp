@@ -11,16 +11,6 @@ constexpr const char *revision = "T750SIM 1.0";
 constexpr const char *imei = "004999010640000";
 constexpr const char *imsi = "204080123456789";
 
-std::string quoted(const std::string &text)
-{
-    return '"' + text + '"';
-}
-
-answer accept(modem_state &, const at_command &)
-{
-    return ok();
-}
-
 answer manufacturer_text(modem_state &, const at_command &)
 {
     return ok(manufacturer);
@@ -203,7 +193,7 @@ answer activity(modem_state &, const at_command &)
 }
 
 /* name, execute, read, test, set */
-constexpr at_entry table[] = {
+constexpr at_entry general_table[] = {
     {"E", echo, nullptr, nullptr, nullptr},
     {"V", verbose, nullptr, nullptr, nullptr},
     {"Q", accept, nullptr, nullptr, nullptr},
@@ -250,7 +240,7 @@ std::string registration_status(int reports, bool registered)
 
 std::span<const at_entry> general_commands()
 {
-    return table;
+    return general_table;
 }
 
 } // namespace sim

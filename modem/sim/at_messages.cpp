@@ -17,11 +17,6 @@ bool in_pdu_mode(const modem_state &modem)
     return modem.settings.format == 0;
 }
 
-std::string quoted(const std::string &text)
-{
-    return '"' + text + '"';
-}
-
 /* A string parameter in the character set of +CSCS. */
 std::string in_character_set(const modem_state &modem, const std::string &text)
 {
@@ -320,13 +315,8 @@ answer prompt_for_pdu(modem_state &modem, const at_command &command)
     return {.prompt = true};
 }
 
-answer accept(modem_state &, const at_command &)
-{
-    return ok();
-}
-
 /* name, execute, read, test, set, needs the SIM */
-constexpr at_entry table[] = {
+constexpr at_entry message_table[] = {
     {"+CSMS", nullptr, read_service, test_service, set_service},
     {"+CMGF", nullptr, read_format, test_format, set_format},
     {"+CNMI", nullptr, read_indications, test_indications, set_indications},
@@ -343,7 +333,7 @@ constexpr at_entry table[] = {
 
 std::span<const at_entry> message_commands()
 {
-    return table;
+    return message_table;
 }
 
 answer run_text(modem_state &modem, const std::string &text)

@@ -3,6 +3,7 @@
 #define SIM_AT_TABLE_H
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "at_commands.h"
@@ -37,6 +38,17 @@ inline answer ok()
 inline answer ok(std::string line)
 {
     return {.lines = {std::move(line)}};
+}
+
+/* For a command of which nothing follows. */
+inline answer accept(modem_state &, const at_command &)
+{
+    return ok();
+}
+
+inline std::string quoted(const std::string &text)
+{
+    return '"' + text + '"';
 }
 
 inline answer error()

@@ -278,7 +278,7 @@ std::string clear_inbox(simulator &sim, const json &)
     return "";
 }
 
-constexpr control_command commands[] = {
+constexpr control_command handset_table[] = {
     {"handset send", send_text, nullptr},    {"handset part", send_part, nullptr},
     {"handset raw", send_raw, nullptr},      {"handset inbox", show_inbox, inbox_holds},
     {"handset clear", clear_inbox, nullptr},
@@ -288,7 +288,7 @@ constexpr control_command commands[] = {
 
 std::span<const control_command> handset_control()
 {
-    return commands;
+    return handset_table;
 }
 
 } // namespace sim

@@ -307,7 +307,7 @@ std::string forget_waiting(simulator &sim, const json &)
     return "";
 }
 
-constexpr control_command commands[] = {
+constexpr control_command modem_table[] = {
     {"modem plug", plug, nullptr},
     {"modem unplug", unplug, nullptr},
     {"modem restart", restart, nullptr},
@@ -333,7 +333,7 @@ constexpr control_command commands[] = {
 
 std::span<const control_command> modem_control()
 {
-    return commands;
+    return modem_table;
 }
 
 } // namespace sim

@@ -10,8 +10,6 @@ namespace sim
 namespace
 {
 
-constexpr size_t most_octets = 140;
-constexpr size_t most_septets = 160;
 constexpr size_t most_parts = 255;
 
 constexpr uint8_t first_octet_plain = 0x04; /* SMS-DELIVER, no more messages waiting */

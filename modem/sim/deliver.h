@@ -12,6 +12,8 @@
 namespace sim
 {
 
+constexpr size_t most_octets = 140, most_septets = 160; /* of user data */
+
 enum class alphabet { automatic, gsm7, turkish, ucs2, data };
 
 /* Time of arrival at the service centre: its local time, and how many quarters of an hour that is ahead of UTC. */

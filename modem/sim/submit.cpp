@@ -9,8 +9,6 @@ namespace
 
 constexpr unsigned mti_mask = 0x03, mti_submit = 0x01;
 constexpr unsigned header_bit = 0x40;
-constexpr size_t most_digits = 20;
-constexpr size_t most_octets = 140, most_septets = 160;
 
 enum class validity_format { none, enhanced, relative, absolute };
 

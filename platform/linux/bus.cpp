@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <malloc.h>
 #include <poll.h>
@@ -55,14 +54,6 @@ static pthread_cond_t waiting_room = PTHREAD_COND_INITIALIZER;
 static sockmsg_record waiting[waiting_limit]; /* a ring */
 static size_t g_waiting_first, g_waiting_count;
 static bool g_handling;
-
-static int64_t milliseconds_now()
-{
-    struct timespec now = {};
-
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 static int bus_address(int module_id, struct sockaddr_un *address)
 {

@@ -11,18 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "state.h"
 #include "util.h"
+
+using dvplatform::milliseconds_now;
 
 static constexpr int64_t result_time_limit = 60'000; /* milliseconds for a command whose output is wanted */
 static constexpr int failed = -1;
-
-static int64_t milliseconds_now()
-{
-    struct timespec now = {};
-
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 static void plain_signals(posix_spawnattr_t *attributes, bool own_group)
 {

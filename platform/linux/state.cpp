@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +13,14 @@ namespace dvplatform
 {
 
 static std::atomic<unsigned> g_temporary_count{0};
+
+int64_t milliseconds_now()
+{
+    struct timespec now = {};
+
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 
 static std::string folder_of(const std::string &path)
 {

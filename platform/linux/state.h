@@ -1,9 +1,10 @@
-/* The directory that holds the platform's state, and whole files read and replaced.
+/* The directory that holds the platform's state, whole files read and replaced, and the clock.
  * Every function that gives back an int gives 0 or an errno value. Any thread. */
 #ifndef DVPLATFORM_STATE_H
 #define DVPLATFORM_STATE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -13,6 +14,8 @@ namespace dvplatform
 
 inline constexpr mode_t folder_mode = 0770; /* of what the library itself creates */
 inline constexpr mode_t file_mode = 0660;
+
+int64_t milliseconds_now(); /* of the monotonic clock */
 
 /* DIRECTORY/folder/name; DIRECTORY is DV_PLATFORM_ROOT, or /run/dvplatform. */
 std::string state_path(std::string_view folder, std::string_view name = {});

@@ -38,7 +38,7 @@ std::atomic<uint8_t> at_err_log_enable{1};
 
 /* --- one exchange with the modem --- */
 
-enum { REPLY_SIZE = 128, AT_TIMEOUT = 15 /* seconds */ };
+enum { REPLY_SIZE = 128 };
 
 struct exchange {
     const char *command;

@@ -8,13 +8,7 @@ namespace sim
 namespace
 {
 
-const std::string ok = "\r\nOK\r\n";
 const std::string error = "\r\nERROR\r\n";
-
-std::string line(const std::string &text)
-{
-    return "\r\n" + text + "\r\n";
-}
 
 struct exchange {
     const char *command, *answer; /* the answer's information; "" for none, "!" in front of a final result */

@@ -19,11 +19,11 @@ std::string parsed(std::string_view body)
     return out;
 }
 
-struct line {
+struct parsed_line {
     const char *body, *commands;
 };
 
-constexpr line lines[] = {
+constexpr parsed_line lines[] = {
     {"", ""},
     {"+CMGF?", "[+CMGF:?:]"},
     {"+cmgf=?", "[+CMGF:t:]"},
@@ -48,7 +48,7 @@ constexpr line lines[] = {
 
 TEST(at_parser, lines_are_cut_into_commands)
 {
-    for (const line &l : lines)
+    for (const parsed_line &l : lines)
         EXPECT_EQ(parsed(l.body), l.commands) << l.body;
 }
 

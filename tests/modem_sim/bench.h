@@ -11,6 +11,14 @@
 namespace sim
 {
 
+/* A line of the modem's. */
+inline std::string line(const std::string &text)
+{
+    return "\r\n" + text + "\r\n";
+}
+
+inline const std::string ok = line("OK");
+
 inline modem_config bench_config()
 {
     modem_config config;
@@ -68,6 +76,8 @@ struct bench {
 
 /* "hellohello" from +18005551212 by way of +12345678901. */
 constexpr const char *hellohello = "07912143658709F1040B918100551512F20000111010214365000AE8329BFD4697D9EC37";
+
+inline const std::string cmt = "\r\n+CMT: ,28\r\n" + std::string(hellohello) + "\r\n";
 
 inline waiting_message message(const char *hex = hellohello, route way = route::follow)
 {

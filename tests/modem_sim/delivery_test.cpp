@@ -8,9 +8,6 @@ namespace sim
 namespace
 {
 
-const std::string ok = "\r\nOK\r\n";
-const std::string cmt = "\r\n+CMT: ,28\r\n" + std::string(hellohello) + "\r\n";
-
 std::string cmti(int index, const char *memory = "SM")
 {
     return "\r\n+CMTI: \"" + std::string(memory) + "\"," + std::to_string(index) + "\r\n";

@@ -10,10 +10,8 @@ namespace
 
 using std::chrono::milliseconds;
 
-const std::string ok = "\r\nOK\r\n";
 const std::string rssi = "\r\n^RSSI: 21\r\n";
 const std::string cmgf = "\r\n+CMGF: 0\r\n";
-const std::string cmt = "\r\n+CMT: ,28\r\n" + std::string(hellohello) + "\r\n";
 
 TEST(faults, late_answers)
 {

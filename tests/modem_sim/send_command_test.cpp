@@ -8,18 +8,12 @@ namespace sim
 namespace
 {
 
-const std::string ok = "\r\nOK\r\n";
 const std::string pdu = "0491214365"
                         "1107"
                         "05812143F5"
                         "000008"
                         "02"
                         "E834";
-
-std::string line(const std::string &text)
-{
-    return "\r\n" + text + "\r\n";
-}
 
 std::string send(const std::string &length, const std::string &hex)
 {

@@ -98,7 +98,7 @@ CHANGES = [
     ("the length one octet longer", SEND, "dv_sms_send_pdu.smsc_len - 1;", "dv_sms_send_pdu.smsc_len;"),
     ("an error is a success when OK stands in it", SEND, 'strstr(reply, "\\r\\nOK\\r\\n") == nullptr) {', 'strstr(reply, "OK") == nullptr) {'),
     ("the modem's refusal is told without its words", SEND, 'DV_EVENT("recv pdu at failed:%s", reply)', 'DV_EVENT("recv pdu at failed")'),
-    ("the modem has ten seconds", SEND, "AT_TIMEOUT = 15", "AT_TIMEOUT = 10"),
+    ("the modem has ten seconds", SEND, 'send_at(AT_TIMEOUT, reply, sizeof reply, "%s"', 'send_at(10, reply, sizeof reply, "%s"'),
     ("the last part is not sent", SEND, "seq <= dv_sms_send_state.total", "seq < dv_sms_send_state.total"),
     ("a failed part does not end the message", SEND, 'send sms failed, return");\n            return -1;', 'send sms failed, return");'),
     ("only both origin words make an asker", SEND, "sender_module_id != 0 ||", "sender_module_id != 0 &&"),

@@ -68,7 +68,7 @@ CHANGES = [
 
     # --- the modem's initialisation ---
     ("replies of 126 characters", INIT, "REPLY_SIZE = 128", "REPLY_SIZE = 127"),
-    ("the steps wait ten seconds", INIT, "AT_TIMEOUT = 15", "AT_TIMEOUT = 10"),
+    ("the steps wait ten seconds", INIT, "send_at(AT_TIMEOUT", "send_at(10"),
     ("the SIM is read to three characters at the start", INIT, "DEVINFO_SIM_READY, ready, 4)", "DEVINFO_SIM_READY, ready, 3)"),
     ("the known service centre is read to 15 characters", INIT, "SMS_CSCA_FLAG, cached, 16)", "SMS_CSCA_FLAG, cached, 15)"),
     ("the service centre may stand further behind", INIT, "char text[32];", "char text[64];"),

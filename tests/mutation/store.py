@@ -89,7 +89,7 @@ CHANGES = [
     ("a delete that fails counts as done", RECEIVE, "del sms failed!\", command);\n        return CMTI_FAILED;", "del sms failed!\", command);\n        return CMTI_FILED;"),
     ("the answer's header need not end", RECEIVE, 'start = strstr(start + sizeof answer - 1, "\\r\\n");', 'start = strstr(start - 2, "\\r\\n");'),
     ("answers of 511 characters are cut", RECEIVE, "REPLY_SIZE = 512", "REPLY_SIZE = 511"),
-    ("stored messages have ten seconds", RECEIVE, "AT_TIMEOUT = 15", "AT_TIMEOUT = 10"),
+    ("stored messages have ten seconds", RECEIVE, 'send_at(AT_TIMEOUT, reply, sizeof reply, "%s"', 'send_at(10, reply, sizeof reply, "%s"'),
 
     # --- reading and deleting ---
     ("READ AL will do", READ, '"READ ALL", 8', '"READ ALL", 7'),

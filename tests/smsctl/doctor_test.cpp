@@ -55,7 +55,7 @@ struct ill_case {
     std::vector<const char *> words; /* of one finding each, and there are no others */
 };
 
-const ill_case cases[] = {
+const ill_case ill_cases[] = {
     {"no store", [](const sandbox &s) { s.remove("sms"); }, {"store: "}},
     {"index names what is not there",
      [](const sandbox &s) { s.write("sms/read_index", " 1 2 4 9 "); },
@@ -141,7 +141,7 @@ const ill_case cases[] = {
 
 TEST(Doctor, Table)
 {
-    for (const ill_case &c : cases) {
+    for (const ill_case &c : ill_cases) {
         const sandbox s;
         make_well(s);
         c.make_ill(s);

@@ -18,7 +18,7 @@ struct record_case {
     std::string phone, date, text, problem;
 };
 
-const record_case cases[] = {
+const record_case record_cases[] = {
     {box::inbox, 1, "1 0 +31612345678 2024/03/05 14:07:00 hi there", '0', "+31612345678", "2024/03/05 14:07:00",
      "hi there", ""},
     {box::sent, 12, "12 1 123 2024-03-05 14:07:00 a\nb\r\n c ", '1', "123", "2024-03-05 14:07:00", "a\nb\r\n c ", ""},
@@ -45,7 +45,7 @@ const record_case cases[] = {
 
 TEST(ParseRecord, Table)
 {
-    for (const record_case &c : cases) {
+    for (const record_case &c : record_cases) {
         const message m = parse_record(c.where, c.number, c.content);
         EXPECT_EQ(m.state, c.state) << c.content;
         EXPECT_EQ(m.phone, c.phone) << c.content;
@@ -57,7 +57,7 @@ TEST(ParseRecord, Table)
 
 TEST(ParseRecord, AnyPieceOfARecord)
 {
-    for (const record_case &c : cases)
+    for (const record_case &c : record_cases)
         for (size_t length = 0; length < c.content.size(); length++)
             EXPECT_FALSE(dump(to_json(parse_record(c.where, c.number, c.content.substr(0, length)))).empty());
 }

@@ -20,6 +20,8 @@ using lines = std::vector<std::string>;
 /* The places as they are called in a test's directory. */
 extern const std::string root, read_dir, read_index, send_dir, send_index, draft_dir, draft_index, unread;
 
+inline const std::string filer = "dv_sms_mgr_write_sms_to_file"; /* who speaks in its log lines */
+
 /* A message as it lies in a record or in a request's queue. */
 struct message {
     std::string phone;

@@ -13,8 +13,6 @@
 
 namespace fs = std::filesystem;
 
-static const std::string writer = "dv_sms_mgr_write_sms_to_file";
-
 class store_capacity : public store_bench
 {
 protected:
@@ -75,7 +73,7 @@ TEST_F(store_capacity, configured_value_or_500)
         if (row.value != nullptr)
             platform.set_cfg("SYS_SMS_MAX_SAVE_SIZE", row.value);
         EXPECT_EQ(0, file());
-        EXPECT_ONLY_TRACED(writer, "files_num: 0 cfg_max_save: " + std::to_string(row.capacity));
+        EXPECT_ONLY_TRACED(filer, "files_num: 0 cfg_max_save: " + std::to_string(row.capacity));
     }
 }
 
@@ -96,7 +94,7 @@ TEST_F(store_capacity, box_takes_as_many_as_configured)
             EXPECT_EQ("1", platform.devinfo(306002 + box));
             forget();
             EXPECT_EQ(-1, file(box));
-            EXPECT_BOTH(writer, refusal(row.capacity, row.capacity, 1048576));
+            EXPECT_BOTH(filer, refusal(row.capacity, row.capacity, 1048576));
             EXPECT_EQ(static_cast<size_t>(row.capacity), names(dv_sms_boxes[box].dir).size()) << "nothing is pruned";
             EXPECT_EQ((lines{"get_CFG_int SYS_SMS_MAX_SAVE_SIZE", std::string("statfs ") + dv_sms_boxes[box].dir}),
                       calls());
@@ -113,7 +111,7 @@ TEST_F(store_capacity, box_of_2000)
     EXPECT_TRUE(exists(read_dir + "/2000"));
     EXPECT_EQ("1", platform.devinfo(306002));
     EXPECT_EQ(-1, file());
-    EXPECT_BOTH(writer, refusal(2000, 2000, 1048576));
+    EXPECT_BOTH(filer, refusal(2000, 2000, 1048576));
 }
 
 TEST_F(store_capacity, box_over_its_capacity_takes_nothing)
@@ -121,7 +119,7 @@ TEST_F(store_capacity, box_over_its_capacity_takes_nothing)
     platform.set_cfg("SYS_SMS_MAX_SAVE_SIZE", "3");
     put_files(draft_dir, 5);
     EXPECT_EQ(-1, file(BOX_DRAFT));
-    EXPECT_BOTH(writer, refusal(5, 3, 1048576));
+    EXPECT_BOTH(filer, refusal(5, 3, 1048576));
     EXPECT_EQ("(unset)", platform.devinfo(306004));
 }
 
@@ -163,8 +161,8 @@ TEST_F(store_capacity, less_than_1024_kb_refuse_everything)
             seams::set_free_space(row.block, row.blocks);
             EXPECT_EQ(row.kb >= 1024 ? 0 : -1, file(box)) << row.kb;
             EXPECT_ONLY_TRACED("get_sys_flash_available", "availableDisk: " + std::to_string(row.kb) + " KB");
-            EXPECT_EQ(row.kb < 1024, in_trace(writer, refusal(0, 500, static_cast<int>(row.kb))));
-            EXPECT_EQ(row.kb < 1024, in_log(writer, refusal(0, 500, static_cast<int>(row.kb))));
+            EXPECT_EQ(row.kb < 1024, in_trace(filer, refusal(0, 500, static_cast<int>(row.kb))));
+            EXPECT_EQ(row.kb < 1024, in_log(filer, refusal(0, 500, static_cast<int>(row.kb))));
             EXPECT_EQ(row.kb < 1024, names(dv_sms_boxes[box].dir).empty());
         }
     }
@@ -176,7 +174,7 @@ TEST_F(store_capacity, unknown_free_space_refuses_too)
     seams::fail_statfs();
     EXPECT_EQ(-1, file());
     EXPECT_BOTH("get_sys_flash_available", "get_sys_flash_available false");
-    EXPECT_BOTH(writer, refusal(0, 500, -1));
+    EXPECT_BOTH(filer, refusal(0, 500, -1));
     EXPECT_EQ(lines{}, names(read_dir));
     EXPECT_EQ((lines{"sms_draft", "sms_read", "sms_send"}), names(root));
 }
@@ -195,7 +193,7 @@ TEST_F(store_capacity, directory_that_cannot_be_read_takes_nothing)
     make_boxes();
     store_seams::fail_opendir(true);
     EXPECT_EQ(-1, file());
-    EXPECT_BOTH(writer, refusal(-1, 500, 1048576));
+    EXPECT_BOTH(filer, refusal(-1, 500, 1048576));
     store_seams::fail_opendir(false);
     EXPECT_EQ(0, file());
 }
@@ -233,7 +231,7 @@ TEST_F(store_capacity, lowest_free_number_is_taken)
             fresh();
             make_entries(read_dir, row.entries);
             EXPECT_EQ(row.number == 0 ? -1 : 0, file());
-            EXPECT_TRACED(writer, "files_num: " + std::to_string(row.files) + " cfg_max_save: 500");
+            EXPECT_TRACED(filer, "files_num: " + std::to_string(row.files) + " cfg_max_save: 500");
             EXPECT_EQ(row.number == 0 ? "(none)" : " " + std::to_string(row.number) + " ", read_file(read_index));
             if (row.number != 0) {
                 EXPECT_EQ(std::to_string(row.number) + " 1 1 d x",

@@ -14,7 +14,6 @@
 #include "store_pdu.h"
 #include "store_seams.h"
 
-static const std::string writer = "dv_sms_mgr_write_sms_to_file";
 static const time_t filing_time = 1709647507; /* 2024-03-05 14:05:07 UTC */
 
 class store_write : public store_bench
@@ -198,13 +197,13 @@ TEST_F(store_write, steps_of_a_received_message)
                      "set_devinfo_value_by_id 306001 \"1\" 1", "cmd_echo \" \" " + read_index,
                      "fopen " + read_index + " a", "sync", "set_devinfo_value_by_id 306002 \"0\" 1"}),
               calls());
-    EXPECT_EQ((lines{writer + ": save_path(" + read_dir + "), index_path(" + read_index + ") state(0)",
-                     writer + ": " + read_dir + " isn't exit", "get_sys_flash_available: availableDisk: 1048576 KB",
-                     writer + ": files_num: 0 cfg_max_save: 500",
-                     writer + ": receive_data-->phone[+31612345678] recv date[2024/03/05 14:07:00] data[hi]",
+    EXPECT_EQ((lines{filer + ": save_path(" + read_dir + "), index_path(" + read_index + ") state(0)",
+                     filer + ": " + read_dir + " isn't exit", "get_sys_flash_available: availableDisk: 1048576 KB",
+                     filer + ": files_num: 0 cfg_max_save: 500",
+                     filer + ": receive_data-->phone[+31612345678] recv date[2024/03/05 14:07:00] data[hi]",
                      "push_sms_into_queue: join succ", "need_redirect_sms_to_handset: redirect sms msg to handset"}),
               traced());
-    EXPECT_EQ(lines{writer + ": " + read_dir + " isn't exit"}, saved());
+    EXPECT_EQ(lines{filer + ": " + read_dir + " isn't exit"}, saved());
     EXPECT_EQ("dv_sms_mgr_receive.cpp", trace_lines().at(0).file);
 }
 
@@ -217,9 +216,9 @@ TEST_F(store_write, steps_of_a_sent_message)
     EXPECT_EQ((lines{"get_CFG_int SYS_SMS_MAX_SAVE_SIZE", "statfs " + send_dir, "fopen " + root + "/.new w",
                      "fopen " + send_index + " a", "sync", "set_devinfo_value_by_id 306003 \"0\" 1"}),
               calls());
-    EXPECT_EQ((lines{writer + ": save_path(" + send_dir + "), index_path(" + send_index + ") state(1)",
-                     "get_sys_flash_available: availableDisk: 1048576 KB", writer + ": files_num: 2 cfg_max_save: 500",
-                     writer + ": save msg --->3 1 123 2024-03-05 14:05:07 a b"}),
+    EXPECT_EQ((lines{filer + ": save_path(" + send_dir + "), index_path(" + send_index + ") state(1)",
+                     "get_sys_flash_available: availableDisk: 1048576 KB", filer + ": files_num: 2 cfg_max_save: 500",
+                     filer + ": save msg --->3 1 123 2024-03-05 14:05:07 a b"}),
               traced());
     EXPECT_EQ(lines{}, saved());
 }
@@ -277,7 +276,7 @@ TEST_F(store_write, box_is_full_with_exactly_its_capacity)
 TEST_F(store_write, without_a_record_nothing_is_done)
 {
     EXPECT_EQ(-1, dv_sms_mgr_write_sms_to_file(BOX_RECEIVED, 0, nullptr));
-    EXPECT_EQ(lines{writer + ": invalid parameter"}, traced());
+    EXPECT_EQ(lines{filer + ": invalid parameter"}, traced());
     EXPECT_EQ(lines{}, saved());
     EXPECT_EQ(lines{}, calls());
 }
@@ -287,7 +286,7 @@ TEST_F(store_write, other_boxes_do_not_exist)
     for (const int box : {-1, 3, 4, 306002, -2147483647}) {
         fresh();
         EXPECT_EQ(-1, file(box, 0, {"1", "x"}));
-        EXPECT_EQ(lines{writer + ": flag_box(" + std::to_string(box) + ") err"}, traced());
+        EXPECT_EQ(lines{filer + ": flag_box(" + std::to_string(box) + ") err"}, traced());
         EXPECT_EQ(lines{}, saved());
         EXPECT_EQ(lines{}, calls());
     }
@@ -296,7 +295,7 @@ TEST_F(store_write, other_boxes_do_not_exist)
 TEST_F(store_write, received_message_without_text_is_only_traced)
 {
     EXPECT_EQ(-1, receive(""));
-    EXPECT_ONLY_TRACED(writer, "receive sms no data !");
+    EXPECT_ONLY_TRACED(filer, "receive sms no data !");
     EXPECT_EQ(lines{}, names(read_dir));
     EXPECT_EQ(lines{"sms_read"}, names(root)) << "neither index nor counter; the directory alone was made";
     EXPECT_EQ((lines{"util_shell mkdir -p " + read_dir, "get_CFG_int SYS_SMS_MAX_SAVE_SIZE", "statfs " + read_dir}),
@@ -309,7 +308,7 @@ TEST_F(store_write, own_message_without_text_is_only_logged)
         fresh();
         make_boxes();
         EXPECT_EQ(-1, file(box, 1, {"123", ""}));
-        EXPECT_ONLY_SAVED(writer, "sms msg size is 0, can not write to file");
+        EXPECT_ONLY_SAVED(filer, "sms msg size is 0, can not write to file");
         EXPECT_EQ(lines{}, names(dv_sms_boxes[box].dir));
         EXPECT_EQ((lines{"get_CFG_int SYS_SMS_MAX_SAVE_SIZE", std::string("statfs ") + dv_sms_boxes[box].dir}),
                   calls());
@@ -323,11 +322,11 @@ TEST_F(store_write, missing_directory_is_made)
 
         fresh();
         EXPECT_EQ(0, file(static_cast<int>(&box - dv_sms_boxes), 1, {"1", "x"}));
-        EXPECT_BOTH(writer, dir + " isn't exit");
+        EXPECT_BOTH(filer, dir + " isn't exit");
         EXPECT_EQ(1, platform.count("util_shell mkdir -p " + dir));
         forget();
         EXPECT_EQ(0, file(static_cast<int>(&box - dv_sms_boxes), 1, {"1", "x"}));
-        EXPECT_FALSE(in_trace(writer, dir + " isn't exit"));
+        EXPECT_FALSE(in_trace(filer, dir + " isn't exit"));
         EXPECT_EQ(lines{}, platform.calls({"util_shell"}));
     }
 }
@@ -336,8 +335,7 @@ TEST_F(store_write, directory_that_cannot_be_made_holds_nothing)
 {
     platform.set_result("util_shell", 1);
     EXPECT_EQ(-1, receive());
-    EXPECT_BOTH(writer,
-                "files_num(-1) cfg_max_save(500) avaiable_size(1048576) can not continue save,please delete it");
+    EXPECT_BOTH(filer, "files_num(-1) cfg_max_save(500) avaiable_size(1048576) can not continue save,please delete it");
     EXPECT_FALSE(exists(root));
 }
 
@@ -571,7 +569,7 @@ TEST_F(store_write, without_debug_mode_only_the_log_speaks)
     EXPECT_EQ(-1, receive());
     EXPECT_EQ("", output());
     EXPECT_EQ(
-        (lines{writer + ": " + read_dir + " isn't exit", "get_sys_flash_available: get_sys_flash_available false",
-               writer + ": files_num(1) cfg_max_save(500) avaiable_size(-1) can not continue save,please delete it"}),
+        (lines{filer + ": " + read_dir + " isn't exit", "get_sys_flash_available: get_sys_flash_available false",
+               filer + ": files_num(1) cfg_max_save(500) avaiable_size(-1) can not continue save,please delete it"}),
         saved());
 }

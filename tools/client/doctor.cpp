@@ -46,11 +46,6 @@ struct report {
     }
 };
 
-std::string printable(std::string_view bytes)
-{
-    return make_printable(make_readable(bytes).text, false);
-}
-
 std::string named(const std::vector<int> &numbers)
 {
     std::string out;

@@ -115,7 +115,7 @@ message parse_record(box where, int number, std::string_view content)
     if (state.size() == 1)
         out.state = state.front();
     if (stated != std::to_string(number))
-        out.problem = "it calls itself number " + make_printable(make_readable(stated.substr(0, 16)).text, false);
+        out.problem = "it calls itself number " + printable(stated.substr(0, 16));
     else if (state != "0" && state != "1")
         out.problem = "its state is neither 0 nor 1";
     return out;

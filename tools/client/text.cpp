@@ -121,6 +121,11 @@ std::string make_printable(std::string_view utf8, bool keep_lines)
     return out;
 }
 
+std::string printable(std::string_view bytes)
+{
+    return make_printable(make_readable(bytes).text, false);
+}
+
 std::string to_hex(std::string_view bytes)
 {
     constexpr char digits[] = "0123456789abcdef";

@@ -22,6 +22,8 @@ readable make_readable(std::string_view bytes);
  * With `keep_lines` line feeds stay, and only what a terminal would act on is escaped. */
 std::string make_printable(std::string_view utf8, bool keep_lines);
 
+std::string printable(std::string_view bytes); /* both, for a line of its own */
+
 std::string to_hex(std::string_view bytes); /* lower case */
 
 } // namespace sms_client

@@ -7,7 +7,7 @@ namespace
 
 constexpr const char *classes[] = {"class 0: shown at once, not kept", "class 1: kept by the equipment",
                                    "class 2: kept on the SIM", "class 3: for the terminal equipment"};
-constexpr const char *waiting[] = {"voicemail", "fax", "electronic mail", "other"};
+constexpr const char *waiting_kinds[] = {"voicemail", "fax", "electronic mail", "other"};
 
 constexpr struct {
     alphabet coding;
@@ -60,13 +60,13 @@ void read_waiting(data_coding &out, uint8_t octet, size_t offset)
     out.bits.push_back(bit_field("coding group", octet, 0xF0, offset, kept));
     out.bits.push_back(bit_field("indication", octet, 0x08, offset, active ? "on" : "off"));
     out.bits.push_back(bit_field("reserved", octet, 0x04, offset, (octet & 4) != 0 ? "should be 0" : ""));
-    out.bits.push_back(bit_field("what waits", octet, 0x03, offset, waiting[octet & 3]));
+    out.bits.push_back(bit_field("what waits", octet, 0x03, offset, waiting_kinds[octet & 3]));
     if (group == 0x0E)
         choose(out, alphabet::ucs2, alphabets[2].name);
     else
         choose(out, alphabet::gsm7, alphabets[0].name);
     append(out, kept);
-    append(out, std::string(waiting[octet & 3]) + (active ? " on" : " off"));
+    append(out, std::string(waiting_kinds[octet & 3]) + (active ? " on" : " off"));
 }
 
 /* 1111: an alphabet of two, and always a class. */

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "charset.h"
+#include "names.h"
 #include "text.h"
 
 namespace pdu
@@ -11,11 +12,6 @@ namespace
 {
 
 using json = nlohmann::ordered_json;
-
-std::string counted(size_t count, const char *unit)
-{
-    return std::to_string(count) + ' ' + unit + (count == 1 ? "" : "s");
-}
 
 /* --- decoding --- */
 

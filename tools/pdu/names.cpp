@@ -148,12 +148,12 @@ constexpr range_name elements[] = {
 constexpr const char *languages[] = {"reserved", "Turkish",   "Spanish", "Portuguese", "Bengali", "Gujarati", "Hindi",
                                      "Kannada",  "Malayalam", "Oriya",   "Punjabi",    "Tamil",   "Telugu",   "Urdu"};
 
-std::string counted(unsigned count, const char *unit)
+} // namespace
+
+std::string counted(size_t count, const char *unit)
 {
     return std::to_string(count) + ' ' + unit + (count == 1 ? "" : "s");
 }
-
-} // namespace
 
 std::string type_of_address(uint8_t octet)
 {

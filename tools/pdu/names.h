@@ -2,6 +2,7 @@
 #ifndef SMS_PDU_NAMES_H
 #define SMS_PDU_NAMES_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -14,6 +15,8 @@ std::string status(uint8_t octet);              /* 9.2.3.15 */
 const char *element_name(uint8_t id);           /* 9.2.3.24 */
 const char *language_name(uint8_t code);        /* TS 23.038, 6.2.1.2.4 */
 std::string relative_validity(uint8_t octet);   /* 9.2.3.12.1 */
+
+std::string counted(size_t count, const char *unit); /* "1 octet", "2 octets" */
 
 } // namespace pdu
 

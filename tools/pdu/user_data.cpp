@@ -13,11 +13,6 @@ namespace
 
 constexpr unsigned most_septets = 160, most_octets = 140;
 
-std::string counted(size_t count, const char *unit)
-{
-    return std::to_string(count) + ' ' + unit + (count == 1 ? "" : "s");
-}
-
 /* Text from the air on one line, in quotes. */
 std::string in_quotes(const std::string &text)
 {

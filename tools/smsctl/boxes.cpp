@@ -12,17 +12,13 @@ namespace
 
 using sms_client::make_printable;
 using sms_client::make_readable;
+using sms_client::printable;
 
 struct box_options {
     std::string box;
     std::string message;
     bool json = false;
 };
-
-std::string printable(const std::string &bytes)
-{
-    return make_printable(make_readable(bytes).text, false);
-}
 
 void print_line(const sms_client::message &m)
 {

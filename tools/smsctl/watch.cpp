@@ -15,6 +15,7 @@ namespace
 {
 
 using sms_client::change;
+using sms_client::printable;
 
 struct watch_options {
     bool json = false;
@@ -26,11 +27,6 @@ struct watch_options {
 extern "C" void request_stop(int)
 {
     stop_requested = 1;
-}
-
-std::string printable(const std::string &bytes)
-{
-    return sms_client::make_printable(sms_client::make_readable(bytes).text, false);
 }
 
 void print(const change &c, bool as_json)
