@@ -12,6 +12,8 @@ add_unit_test(unit_core
     core_send_test.cpp
     core_segment_test.cpp
     ${daemon_main})
+set_source_files_properties(core_flags_test.cpp core_retry_test.cpp core_send_test.cpp core_sending.cpp PROPERTIES
+    SKIP_UNITY_BUILD_INCLUSION ON) # names of their own that others have too
 target_link_options(unit_core PRIVATE -Wl,--wrap=pthread_detach)
 if(CMAKE_CROSSCOMPILING)
     target_compile_definitions(unit_core PRIVATE DV_EMULATED)
