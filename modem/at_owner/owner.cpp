@@ -29,10 +29,12 @@ struct probe_kind {
     const char *command;
     std::string_view answer;
 };
-constexpr probe_kind probes[] = {{"AT+CMEE?\r", "+CMEE: "}, {"AT+CMEE=?\r", "+CMEE: ("}, {"AT+CMGF=?\r", "+CMGF: ("}};
+constexpr probe_kind probes[] = {{"AT+CMEE?\r", "+CMEE: "},   {"AT+CMEE=?\r", "+CMEE: ("}, {"AT+CMGF=?\r", "+CMGF: ("},
+                                 {"AT+CNMI=?\r", "+CNMI: ("}, {"AT+CSCS=?\r", "+CSCS: ("}, {"AT+CPMS=?\r", "+CPMS: ("}};
 constexpr auto first_probe_interval = 3s;
 constexpr auto probe_interval = 6s;
-constexpr auto quiet_time = 5s; /* for a modem that knows none of them */
+constexpr int most_probe_errors = 3; /* a modem that knows none of so many knows none */
+constexpr auto quiet_time = 5s;      /* for such a modem */
 
 constexpr const char *escape = "\x1B";
 
@@ -369,7 +371,7 @@ void owner::handle_probe_answer(const event &e)
     }
     if (e.error_code == 0)
         return; /* of an older command; the last one's is still to come */
-    if (++probe_errors_ < static_cast<int>(std::size(probes)))
+    if (++probe_errors_ < most_probe_errors)
         probe();
     else
         quiet_at_ = now_ + quiet_time;

@@ -31,7 +31,9 @@ class FakeModem:
     def __init__(self, link, answers=None):
         self.link = str(link)
         self.answers = {"AT+CMEE?": "\r\n+CMEE: 1\r\n" + OK, "AT+CMEE=?": "\r\n+CMEE: (0-2)\r\n" + OK,
-                        "AT+CMGF=?": "\r\n+CMGF: (0,1)\r\n" + OK, **(answers or {})}
+                        "AT+CMGF=?": "\r\n+CMGF: (0,1)\r\n" + OK, "AT+CNMI=?": "\r\n+CNMI: (0-3),(0-3)\r\n" + OK,
+                        "AT+CSCS=?": '\r\n+CSCS: ("IRA")\r\n' + OK, "AT+CPMS=?": '\r\n+CPMS: ("SM"),("SM")\r\n' + OK,
+                        **(answers or {})}
         self.echo = False
         self.deaf = False
         self.prompted = False                   # the next thing is a text that ends with Ctrl-Z or ESC
@@ -215,9 +217,3 @@ class Bench:
 
     def devinfo(self, item):
         return read_text(self.platform / "devinfo" / str(item)).removesuffix("\n")
-
-
-def elapsed(work):
-    start = time.monotonic()
-    work()
-    return time.monotonic() - start

@@ -96,6 +96,25 @@ def test_a_modem_that_is_slow_with_everything(seconds):
             assert b.daemon.ask(f"AT+{name}?\r", at_id, timeout=60).text == f"\r\n+{name}: 0\r\n" + OK
 
 
+def test_answers_that_come_after_a_round_of_questions_are_no_answers_to_the_next_one():
+    pace = 5
+
+    def late(answer, seconds):
+        def answer_late(_):
+            time.sleep(seconds / pace)
+            return answer
+        return answer_late
+
+    with Bench(factor=pace) as b:
+        b.start()
+        b.modem.answers.update({command: late(answer, 0.5) for command, answer in b.modem.answers.items()})
+        b.modem.answers["AT+SLOW"] = late(OK, 17)
+        assert b.daemon.ask("AT+SLOW\r", 1, timeout=1).code == 110
+        for at_id, name in ((2, "CMGF"), (3, "CSCA")):
+            b.modem.answers[f"AT+{name}?"] = f"\r\n+{name}: 0\r\n" + OK
+            assert b.daemon.ask(f"AT+{name}?\r", at_id, timeout=60).text == f"\r\n+{name}: 0\r\n" + OK
+
+
 @pytest.mark.parametrize("unknown", [["AT+CMEE?"], ["AT+CMEE?", "AT+CMEE=?"], ["AT+CMEE?", "AT+CMEE=?", "AT+CMGF=?"]])
 def test_a_modem_that_does_not_know_the_probe(unknown):
     with Bench({command: "\r\nERROR\r\n" for command in unknown}, factor=FAST) as b:

@@ -541,7 +541,7 @@ def test_ends_at_once_whatever_is_going_on(bench, daemon, web):
     waiting.sendall(f"GET /api/requests/{job.json['id']}?wait=25 HTTP/1.1\r\nHost: localhost\r\n\r\n".encode())
     begun = time.monotonic()
     assert bench.web_process.stop(signal.SIGTERM) == 0
-    assert time.monotonic() - begun < 8
+    assert time.monotonic() - begun < 20
     waiting.close()
     stream.close()
 
