@@ -148,11 +148,11 @@ def test_generate_waits_as_long_as_boxes_grow():
         def act(record):
             for number in range(1, 7):
                 b.put("inbox", number, f"0 1 {DAY} x")
-                time.sleep(0.3)                 # six times this is longer than the time-out
+                time.sleep(0.7)                 # six times this is longer than the time-out
             return 0
 
         b.manager.act = act
-        assert b.run("generate", "--timeout", "1").code == 0
+        assert b.run("generate", "--timeout", "3").code == 0
         b.manager.act = lambda record: None
         assert b.run("generate", "--timeout", "0.3").code == 3
 
