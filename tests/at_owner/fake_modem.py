@@ -137,7 +137,7 @@ class Module:
         payload = bus.AT_REQUEST.pack(magic, at_id, timeout, len(text) if length is None else length, text)
         bus.send(self.folder, bus.AT_OWNER, bus.pack_record(bus.MSG_AT, payload, self.number, length=4100))
 
-    def answer(self, seconds=10):
+    def answer(self, seconds=60):
         return self.answers.get(timeout=seconds)
 
     def ask(self, text, at_id=1, **options):
