@@ -132,7 +132,7 @@ class Module:
             else:
                 self.notices.put(message)
 
-    def request(self, text, at_id=1, timeout=15, magic=bus.AT_MAGIC, length=None):
+    def request(self, text, at_id=1, timeout=60, magic=bus.AT_MAGIC, length=None):
         text = text.encode("latin-1")
         payload = bus.AT_REQUEST.pack(magic, at_id, timeout, len(text) if length is None else length, text)
         bus.send(self.folder, bus.AT_OWNER, bus.pack_record(bus.MSG_AT, payload, self.number, length=4100))
