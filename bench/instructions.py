@@ -26,8 +26,8 @@ def counted(program, side):
 def main():
     options = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     options.add_argument("program", help="codec_count, as it was built")
-    options.add_argument("--decode", type=float, default=2.7, help="times the floor's, at most (%(default)s)")
-    options.add_argument("--encode", type=float, default=1.85, help="likewise (%(default)s)")
+    options.add_argument("--decode", type=float, default=2.3, help="times the floor's, at most (%(default)s)")
+    options.add_argument("--encode", type=float, default=1.4, help="likewise (%(default)s)")
     chosen = options.parse_args()
 
     if not shutil.which("valgrind"):

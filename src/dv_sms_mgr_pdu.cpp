@@ -24,51 +24,76 @@ static uint8_t hex_pair(const char *pair)
     return static_cast<uint8_t>(hex_char_to_value(pair[0]) << 4 | hex_char_to_value(pair[1]));
 }
 
-/* Many digits are converted a block at a time, without tables and branches, so that the compiler can
- * take a block as one vector. */
+/* Many digits are converted a block at a time, as vectors, without tables and branches. Arrays in their place would
+ * be guarded against overflow, block by block. */
 enum { HEX_BLOCK = 16 /* octets */ };
+
+typedef uint8_t octet_block __attribute__((vector_size(HEX_BLOCK)));
+typedef int8_t digit_block __attribute__((vector_size(HEX_BLOCK)));
+
+/* What the digits 0 to 15 are written as. */
+static digit_block written(octet_block digits)
+{
+    const auto values = reinterpret_cast<digit_block>(digits);
+
+    return values + '0' + ((values > 9) & ('A' - '0' - 10));
+}
 
 static void write_hex_block(const uint8_t *bytes, char *text)
 {
-    uint16_t pairs[HEX_BLOCK]; /* the first digit in the lower half */
-    uint8_t halves[2 * HEX_BLOCK];
-    char digits[2 * HEX_BLOCK];
+    octet_block octets;
 
-    for (int i = 0; i < HEX_BLOCK; i++)
-        pairs[i] = static_cast<uint16_t>(bytes[i] >> 4 | (bytes[i] & 0x0F) << 8);
-    memcpy(halves, pairs, sizeof halves);
-    for (int i = 0; i < 2 * HEX_BLOCK; i++)
-        digits[i] = static_cast<char>(halves[i] + '0' + (halves[i] > 9 ? 'A' - '0' - 10 : 0));
-    memcpy(text, digits, sizeof digits);
+    memcpy(&octets, bytes, sizeof octets);
+    const digit_block high = written(octets >> 4);
+    const digit_block low = written(octets & 0x0F);
+    const digit_block first =
+        __builtin_shufflevector(high, low, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+    const digit_block second =
+        __builtin_shufflevector(high, low, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
+
+    memcpy(text, &first, sizeof first);
+    memcpy(text + sizeof first, &second, sizeof second);
+}
+
+/* What the digits say, 0 for what is none. */
+static octet_block read_digits(const char *text)
+{
+    octet_block digits;
+
+    memcpy(&digits, text, sizeof digits);
+    const octet_block number = digits - '0';
+    const octet_block letter = (digits | 0x20) - 'a';
+
+    return (number & reinterpret_cast<octet_block>(number < 10)) |
+           ((letter + 10) & reinterpret_cast<octet_block>(letter < 6));
 }
 
 static void read_hex_block(const char *text, uint8_t *bytes)
 {
-    uint8_t halves[2 * HEX_BLOCK];
-    uint16_t pairs[HEX_BLOCK]; /* the first digit in the lower half */
-    uint8_t octets[HEX_BLOCK];
+    const octet_block first = read_digits(text);
+    const octet_block second = read_digits(text + HEX_BLOCK);
+    const octet_block high =
+        __builtin_shufflevector(first, second, 0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    const octet_block low =
+        __builtin_shufflevector(first, second, 1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
+    const octet_block octets = high << 4 | low;
 
-    for (int i = 0; i < 2 * HEX_BLOCK; i++) {
-        const auto number = static_cast<uint8_t>(text[i] - '0');
-        const auto letter = static_cast<uint8_t>((text[i] | 0x20) - 'a');
+    memcpy(bytes, &octets, sizeof octets);
+}
 
-        halves[i] = static_cast<uint8_t>((number < 10 ? number : 0) | (letter < 6 ? letter + 10 : 0));
-    }
-    memcpy(pairs, halves, sizeof pairs);
-    for (int i = 0; i < HEX_BLOCK; i++)
-        octets[i] = static_cast<uint8_t>(pairs[i] << 4 | pairs[i] >> 8);
-    memcpy(bytes, octets, sizeof octets);
+/* The last one may overlap the one in front. */
+static int next_block(int at, int last)
+{
+    return at < last && at > last - HEX_BLOCK ? last : at + HEX_BLOCK;
 }
 
 int bytes_to_hex(const uint8_t *bytes, char *text, int count)
 {
-    if (count >= HEX_BLOCK) {
-        for (int i = 0; i < count - HEX_BLOCK; i += HEX_BLOCK)
-            write_hex_block(bytes + i, text + 2 * i);
-        write_hex_block(bytes + count - HEX_BLOCK, text + 2 * (count - HEX_BLOCK)); /* may overlap the last */
-        return 2 * count;
-    }
-    for (int i = 0; i < count; i++) {
+    const int last = count - HEX_BLOCK;
+
+    for (int i = 0; i <= last; i = next_block(i, last))
+        write_hex_block(bytes + i, text + 2 * i);
+    for (int i = 0; last < 0 && i < count; i++) {
         text[2 * i] = hex_digits[bytes[i] >> 4];
         text[2 * i + 1] = hex_digits[bytes[i] & 0x0F];
     }
@@ -78,13 +103,11 @@ int bytes_to_hex(const uint8_t *bytes, char *text, int count)
 /* All of 2 * count digits are there. */
 static void read_hex(const char *text, uint8_t *bytes, int count)
 {
-    if (count >= HEX_BLOCK) {
-        for (int i = 0; i < count - HEX_BLOCK; i += HEX_BLOCK)
-            read_hex_block(text + 2 * i, bytes + i);
-        read_hex_block(text + 2 * (count - HEX_BLOCK), bytes + count - HEX_BLOCK); /* may overlap the last */
-        return;
-    }
-    for (int i = 0; i < count; i++)
+    const int last = count - HEX_BLOCK;
+
+    for (int i = 0; i <= last; i = next_block(i, last))
+        read_hex_block(text + 2 * i, bytes + i);
+    for (int i = 0; last < 0 && i < count; i++)
         bytes[i] = hex_pair(text + 2 * i);
 }
 
@@ -98,28 +121,48 @@ int hex_to_bytes(const char *text, uint8_t *bytes, int max_bytes)
     return count;
 }
 
+/* Eight digits swapped in pairs. */
+static uint64_t swapped_eight(const char *digits)
+{
+    uint64_t eight;
+
+    memcpy(&eight, digits, 8);
+    return (eight & 0x00FF00FF00FF00FF) << 8 | (eight >> 8 & 0x00FF00FF00FF00FF);
+}
+
+/* An even number of digits. */
+static void swap_pairs(const char *digits, char *text, int count)
+{
+    if (count >= 8) {
+        const uint64_t last = swapped_eight(digits + count - 8); /* may overlap what is in front */
+
+        for (int i = 0; i < count - 8; i += 8) {
+            const uint64_t eight = swapped_eight(digits + i);
+            memcpy(text + i, &eight, 8);
+        }
+        memcpy(text + count - 8, &last, 8);
+        return;
+    }
+    for (int i = 0; i < count; i += 2) {
+        const char first = digits[i];
+        text[i] = digits[i + 1];
+        text[i + 1] = first;
+    }
+}
+
 int phone_to_semi_octets(const char *digits, char *text, int count)
 {
-    int i = 0;
+    const int odd = count % 2;
+    const int pairs = count - odd;
 
-    for (; i + 8 <= count; i += 8) {
-        uint64_t eight;
-
-        memcpy(&eight, digits + i, 8);
-        eight = (eight & 0x00FF00FF00FF00FF) << 8 | (eight >> 8 & 0x00FF00FF00FF00FF);
-        memcpy(text + i, &eight, 8);
+    swap_pairs(digits, text, pairs);
+    if (count > 0) { /* without a branch for the fill: its place is written again when there is none */
+        const char last = digits[count - 1];
+        text[pairs] = 'F';
+        text[pairs + odd] = last;
     }
-    for (; i + 1 < count; i += 2) {
-        text[i] = digits[i + 1];
-        text[i + 1] = digits[i];
-    }
-    if (i < count) {
-        text[i] = 'F';
-        text[i + 1] = digits[i];
-        i += 2;
-    }
-    text[i] = '\0';
-    return i;
+    text[pairs + 2 * odd] = '\0';
+    return pairs + 2 * odd;
 }
 
 int semi_octets_to_text(const char *semi_octets, char *text, int count)
@@ -152,17 +195,20 @@ int has_non_hex_letter(const char *text, int length)
 /* --- septets --- */
 
 static constexpr uint64_t every_byte = 0x0101010101010101;
+static constexpr uint64_t high_bits = 0x80 * every_byte;
 
-/* Eight octets that are septets, as one number of 56 bits, the first in the lowest. */
-static uint64_t join_septets(uint64_t apart)
+typedef uint64_t two_words __attribute__((vector_size(16)));
+
+/* Eight octets that are septets, as one number of 56 bits, the first in the lowest; or two of each. */
+template <class Word> static Word join_septets(Word apart)
 {
     apart = (apart & 0x007F007F007F007F) | (apart & 0x7F007F007F007F00) >> 1;
     apart = (apart & 0x00003FFF00003FFF) | (apart & 0x3FFF00003FFF0000) >> 2;
     return (apart & 0x000000000FFFFFFF) | (apart & 0x0FFFFFFF00000000) >> 4;
 }
 
-/* At most eight, whatever their highest bits are. */
-static int pack_few(const uint8_t *septets, uint8_t *octets, int count)
+/* At most eight, whatever their highest bits are; rare, so that it stands in the program once. */
+[[gnu::noinline]] static int pack_few(const uint8_t *septets, uint8_t *octets, int count)
 {
     unsigned carry = 0;
     int written = 0;
@@ -177,22 +223,45 @@ static int pack_few(const uint8_t *septets, uint8_t *octets, int count)
     return written;
 }
 
+/* At most eight, which eight that can be read may end with; how many octets. */
+static int pack_rest(const uint8_t *septets, uint8_t *octets, int count, bool eight_in_front)
+{
+    const int written = count < 8 ? count : 7;
+    uint64_t packed = 0;
+
+    if (eight_in_front) {
+        memcpy(&packed, septets + count - 8, 8);
+        packed >>= 8 * (8 - count);
+    }
+    for (int k = 0; !eight_in_front && k < count; k++)
+        packed |= uint64_t{septets[k]} << 8 * k;
+    if (packed & high_bits)
+        return pack_few(septets, octets, count);
+    packed = join_septets(packed);
+    for (int k = 0; k < written; k++)
+        octets[k] = static_cast<uint8_t>(packed >> 8 * k);
+    return written;
+}
+
 int dv_sms_mgr_pack_7bit(const uint8_t *septets, uint8_t *octets, int count)
 {
+    const bool eight = count >= 8;
     int written = 0;
 
-    for (; count >= 8; count -= 8, septets += 8, written += 7) {
-        uint64_t eight;
+    for (; count >= 16; count -= 16, septets += 16, written += 14) {
+        two_words two;
 
-        memcpy(&eight, septets, 8);
-        if (eight & 0x80 * every_byte) {
-            pack_few(septets, octets + written, 8);
-            continue;
-        }
-        eight = join_septets(eight);
-        memcpy(octets + written, &eight, 8); /* the eighth is 0, in the place of the next */
+        memcpy(&two, septets, sizeof two);
+        if ((two[0] | two[1]) & high_bits)
+            break;
+        two = join_septets(two);
+        const uint64_t first = two[0], second = two[1]; /* the eighth octet of each is 0, in the place of the next */
+
+        memcpy(octets + written, &first, 8);
+        memcpy(octets + written + 7, &second, 8);
     }
-    written += pack_few(septets, octets + written, count);
+    for (; count > 0; count -= 8, septets += 8)
+        written += pack_rest(septets, octets + written, count < 8 ? count : 8, eight);
     octets[written] = 0;
     return written;
 }
@@ -249,58 +318,73 @@ static int sequence_in_text(const char *text)
     return static_cast<int>(strnlen(text, utf8_length_table[lead]));
 }
 
-/* Whether these eight characters are the same in ASCII and in the default alphabet: printable, and none
- * of $, @, [ \ ] ^ _ ` and { | } ~ DEL. Bit 7 of each byte is looked at, which no sum overflows. */
-static bool same_in_ascii(uint64_t eight)
-{
-    const uint64_t low = eight & 0x1F * every_byte;
-    const uint64_t printable = eight + 0x60 * every_byte;                              /* 20 and above */
-    const uint64_t no_letter = ~(low + 0x7F * every_byte) | (low + 0x65 * every_byte); /* 0, or 1B and above */
-    const uint64_t no_dollar = (eight ^ 0x24 * every_byte) + 0x7F * every_byte;
+enum { ASCII_BLOCK = sizeof(octet_block) /* characters */ };
 
-    if (eight & 0x80 * every_byte)
-        return false;
-    return ((~printable | (eight << 1 & no_letter) | ~no_dollar) & 0x80 * every_byte) == 0;
+static bool none_of(digit_block flags)
+{
+    const auto words = reinterpret_cast<two_words>(flags);
+
+    return (words[0] | words[1]) == 0;
 }
 
-/* Whether these eight bytes begin with two characters of three bytes. */
-static bool two_of_three_bytes(uint64_t eight)
+/* Whether the first `count` of these characters, of which a block can be read, are the same in ASCII and in the default
+ * alphabet: printable, and none of $, @, [ \ ] ^ _ ` and { | } ~ DEL. */
+static bool same_in_ascii(const void *characters, int count)
 {
-    return (eight & 0x0000C0C0F0C0C0F0) == 0x00008080E08080E0;
+    static constexpr digit_block places = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    digit_block ascii;
+
+    memcpy(&ascii, characters, sizeof ascii);
+    const auto no_letter = (ascii >= '@') & ((((ascii & 0x1F) - 1) & 0x1F) > 'Z' - '@' - 1);
+    const auto others = (ascii < ' ') | (ascii == '$') | no_letter;
+
+    return none_of(count >= ASCII_BLOCK ? others : others & (places < static_cast<int8_t>(count)));
 }
 
-/* How many characters of two bytes these eight bytes begin with. */
-static unsigned pairs_in_front(uint64_t eight)
+static int sum_of(octet_block numbers)
 {
-    const uint64_t others = (eight & 0xC0E0C0E0C0E0C0E0) ^ 0x80C080C080C080C0;
+    constexpr uint64_t low_halves = 0x00FF00FF00FF00FF;
+    const auto words = reinterpret_cast<two_words>(numbers);
+    const two_words sums = (words & low_halves) + (words >> 8 & low_halves);
 
-    return others == 0 ? 4 : static_cast<unsigned>(std::countr_zero(others)) / 16;
+    return static_cast<int>((sums[0] + sums[1]) * 0x0001000100010001 >> 48);
 }
 
-/* Counts the characters of well-formed text of at most three bytes each, eight bytes at a time, without looking at one
+static octet_block load_block(const char *text)
+{
+    octet_block block;
+
+    memcpy(&block, text, sizeof block);
+    return block;
+}
+
+/* Counts the characters of well-formed text of at most three bytes each, a block at a time, without looking at one
  * after the other: there are as many as bytes that are no continuation, if these are where the leads want them. Where
  * it found something else, or the last bytes: always the begin of a character. */
-static const char *count_well_formed(const char *text, const char *end, int *count)
+static const char *count_well_formed(const char *begin, const char *end, int *count)
 {
-    uint64_t wanted = 0; /* bit 7 where a continuation has to be, as far as the bytes before know */
-    uint64_t eight;
+    const auto first = static_cast<uint8_t>(begin[0]);
 
-    for (; end - text >= 8; text += 8) {
-        memcpy(&eight, text, 8);
-        const uint64_t lead = eight & eight << 1 & 0x80 * every_byte;
-        const uint64_t lead_of_three = lead & eight << 2;
-        const uint64_t continuation = eight & ~(eight << 1) & 0x80 * every_byte;
+    if (end - begin < 2 + HEX_BLOCK || is_utf8_continuation(begin[0]) ||
+        is_utf8_continuation(begin[1]) != (first >= 0xC0))
+        return begin;
+    const char *text = begin + 2; /* where a block has two bytes in front of it */
+    octet_block continuations = {};
 
-        if ((lead_of_three & eight << 3) != 0 || (wanted | lead << 8 | lead_of_three << 16) != continuation)
+    for (int blocks = 1; end - text >= HEX_BLOCK && blocks < UINT8_MAX; blocks++, text += HEX_BLOCK) {
+        const octet_block block = load_block(text);
+        const octet_block before = load_block(text - 1);
+        const octet_block two_before = load_block(text - 2);
+        const auto continuation = (block & 0xC0) == 0x80;
+
+        if (!none_of((((before >= 0xC0) | (two_before >= 0xE0)) ^ continuation) | (two_before >= 0xF0)))
             break;
-        *count += 8 - static_cast<int>((continuation >> 7) * every_byte >> 56);
-        wanted = lead >> 56 | lead_of_three >> 48;
+        continuations -= reinterpret_cast<octet_block>(continuation);
     }
-    if (wanted != 0) {
-        while (is_utf8_continuation(*--text)) {
-        }
-        --*count;
+    *count += static_cast<int>(text - begin) - sum_of(continuations) - is_utf8_continuation(begin[1]);
+    while (is_utf8_continuation(*--text)) { /* whether the last one is whole was not looked at */
     }
+    --*count;
     return text;
 }
 
@@ -331,25 +415,26 @@ void dv_sms_mgr_insert_escape(int position, int length, uint8_t code)
 
 int dv_sms_mgr_ascii_to_gsm7(int length)
 {
+    int looked_at = 0; /* the characters up to here are taken one by one */
+
     for (int i = 0; i < length; i++) {
-        uint64_t eight;
+        char *text = dv_sms_send_text + i;
 
-        /* The last eight may reach back to what is converted; what is left is among them. */
-        const int at = length - i >= 8 || length < 8 ? i : length - 8;
-
-        memcpy(&eight, dv_sms_send_text + at, 8);
-        if (length >= 8 && same_in_ascii(eight)) {
-            i = at + 7;
-            continue;
+        if (i >= looked_at && i + ASCII_BLOCK <= SEND_TEXT_MAX) {
+            if (same_in_ascii(text, length - i)) {
+                i += ASCII_BLOCK - 1;
+                continue;
+            }
+            looked_at = i + ASCII_BLOCK;
         }
-        const auto ascii = static_cast<uint8_t>(dv_sms_send_text[i]);
+        const auto ascii = static_cast<uint8_t>(*text);
 
         if (ascii >= ascii_to_gsm7_table.size())
             continue;
         const uint8_t code = ascii_to_gsm7_table[ascii];
 
         if ((code & GSM7_ESCAPED) == 0) {
-            dv_sms_send_text[i] = static_cast<char>(code);
+            *text = static_cast<char>(code);
             continue;
         }
         dv_sms_mgr_insert_escape(i, length, code & 0x7F);
@@ -385,18 +470,25 @@ static int convert_gsm7_one(const uint8_t *codes, int count, int i, char **out)
 }
 
 /* The end of the text. */
-static char *convert_gsm7(const uint8_t *codes, int count, char *out)
+static char *convert_gsm7(const uint8_t (&codes)[PDU_WORK_SIZE], int count, char *out)
 {
-    for (int i = 0; i < count;) {
-        uint64_t eight;
+    int looked_at = 0; /* the codes up to here are taken one by one */
 
-        if (count - i >= 8 && (memcpy(&eight, codes + i, 8), same_in_ascii(eight))) {
-            memcpy(out, &eight, 8);
-            out += 8;
-            i += 8;
-        } else {
+    for (int i = 0; i < count;) {
+        const int left = count - i;
+
+        if (i < looked_at || i + ASCII_BLOCK > PDU_WORK_SIZE || !same_in_ascii(codes + i, left)) {
+            looked_at = i < looked_at ? looked_at : i + ASCII_BLOCK;
             i = convert_gsm7_one(codes, count, i, &out);
+            continue;
         }
+        if (left < ASCII_BLOCK) {
+            memcpy(out, codes + i, static_cast<size_t>(left));
+            return out + left;
+        }
+        memcpy(out, codes + i, ASCII_BLOCK);
+        out += ASCII_BLOCK;
+        i += ASCII_BLOCK;
     }
     return out;
 }
@@ -460,64 +552,110 @@ static unsigned take_character(const char **text)
     return value & 0xFFFF;
 }
 
-static uint8_t *put_ucs2(uint8_t *out, unsigned value)
+/* Four characters, one in a lane, its first byte the lowest. */
+typedef uint32_t four_characters __attribute__((vector_size(16)));
+typedef uint16_t four_pairs __attribute__((vector_size(8)));
+
+enum {
+    TAKEN_AT_ONCE = 4,   /* characters */
+    LONGEST_SEQUENCE = 6 /* bytes */
+};
+
+/* The four digits of each lane, the first in the lowest byte. */
+static void write_digits(four_characters values, char *out)
 {
-    out[0] = static_cast<uint8_t>(value >> 8);
-    out[1] = static_cast<uint8_t>(value);
-    return out + 2;
+    const digit_block digits = written(reinterpret_cast<octet_block>(values));
+
+    memcpy(out, &digits, sizeof digits);
 }
 
-/* The characters of a text whose first byte is the lowest here, three bytes or two. */
-static unsigned value_of_three(uint64_t bytes)
+/* Writes four characters of three bytes, as the twelve bytes here may be. How many of them are: 4, 2 or 0. */
+static int take_three_bytes(const char *text, char *out)
 {
-    return static_cast<unsigned>((bytes & 0x0F) << 12 | (bytes >> 2 & 0xFC0) | (bytes >> 16 & 0x3F));
+    uint32_t first[TAKEN_AT_ONCE];
+
+    memcpy(&first[0], text, 4);
+    memcpy(&first[1], text + 3, 4);
+    memcpy(&first[2], text + 6, 4);
+    memcpy(&first[3], text + 8, 4);
+    const four_characters bytes = {first[0], first[1], first[2], first[3] >> 8};
+    const auto others = reinterpret_cast<two_words>((bytes & 0xC0C0F0) ^ 0x8080E0);
+
+    write_digits((bytes & 0x0F) | (bytes >> 2 & 0x0F00) | (bytes << 10 & 0x0C0000) | (bytes >> 4 & 0x030000) |
+                     (bytes << 8 & 0x0F000000),
+                 out);
+    return others[0] != 0 ? 0 : others[1] != 0 ? 2 : 4;
 }
 
-static unsigned value_of_two(uint64_t bytes)
+/* Writes letters of two bytes up to the one of ASCII behind them, at most four characters, as the eight bytes here may
+ * be. How many bytes of them are, without a branch for each word; the characters are added up. */
+static int take_two_bytes(const char *text, char *out, int *taken)
 {
-    return static_cast<unsigned>((bytes & 0x1F) << 6 | (bytes >> 8 & 0x3F));
+    uint64_t eight;
+    four_pairs pairs;
+
+    memcpy(&eight, text, sizeof eight);
+    memcpy(&pairs, text, sizeof pairs);
+    const uint64_t others = (eight & 0xC0E0C0E0C0E0C0E0) ^ 0x80C080C080C080C0;
+    const int letters = (std::countr_zero(others >> 1 | uint64_t{1} << 63) + 1) / 16;
+    const int one_byte = ~(eight >> (16 * letters & 63)) >> 7 & 1; /* behind four the first is looked at again */
+    const four_characters bytes = __builtin_convertvector(pairs, four_characters);
+    const four_characters two =
+        (bytes << 6 & 0x0700) | (bytes << 18 & 0x0C0000) | (bytes << 4 & 0x030000) | (bytes << 16 & 0x0F000000);
+    const four_characters one = (bytes << 12 & 0x0F0000) | (bytes << 24 & 0x0F000000);
+    const auto ascii = reinterpret_cast<four_characters>((bytes & 0x80) == 0);
+
+    write_digits((one & ascii) | (two & ~ascii), out);
+    *taken += letters + one_byte;
+    return 2 * letters + one_byte;
 }
 
-/* Takes letters of two bytes up to the blank behind them, at most four characters, of eight bytes that may begin so.
- * The end of the output, of which more may be written; the same when there is none. */
-static uint8_t *take_pairs(const char **text, uint64_t eight, uint8_t *out)
+static void take_one(const char **text, char *out)
 {
-    const unsigned pairs = pairs_in_front(eight);
+    const unsigned value = take_character(text);
 
-    for (unsigned i = 0; i < 4; i++)
-        put_ucs2(out + 2 * i, value_of_two(eight >> 16 * i));
-    out += 2 * pairs;
-    *text += 2 * pairs;
-    if (pairs == 4)
-        return out;
-    const auto next = static_cast<uint8_t>(eight >> 16 * pairs);
-    const unsigned one_byte = next < 0x80;
-
-    put_ucs2(out, next);
-    *text += one_byte;
-    return out + 2 * one_byte;
+    for (int i = 0; i < 4; i++)
+        out[i] = hex_digits[value >> (12 - 4 * i) & 0x0F];
 }
 
-enum { TAKEN_AT_ONCE = 4 /* characters */ };
-
-/* Takes one character or some of the text that goes up to `end`; the end of the output, which has room for
- * one more than are taken. */
-static uint8_t *take_characters(const char **text, const char *end, int max_chars, uint8_t *out)
+/* Writes one character or some of the text that goes up to `end`; how many. */
+static int take_characters(const char **text, const char *end, int max_chars, char *out)
 {
-    if (end - *text >= 8 && max_chars >= TAKEN_AT_ONCE) {
-        uint64_t eight;
+    const auto left = end - *text;
+    char scratch[4 * TAKEN_AT_ONCE];
+    char *digits = left > 3 * LONGEST_SEQUENCE ? out : scratch; /* where fewer than four are left, fewer have room */
+    int taken = 0;
 
-        memcpy(&eight, *text, 8);
-        if (two_of_three_bytes(eight)) {
-            *text += 6;
-            return put_ucs2(put_ucs2(out, value_of_three(eight)), value_of_three(eight >> 24));
-        }
-        uint8_t *filled = take_pairs(text, eight, out);
-
-        if (filled != out)
-            return filled;
+    if (max_chars >= TAKEN_AT_ONCE && left >= 12 && (**text & 0xF0) == 0xE0) {
+        taken = take_three_bytes(*text, digits);
+        *text += 3 * taken;
+    } else if (max_chars >= TAKEN_AT_ONCE && left >= 8) {
+        *text += take_two_bytes(*text, digits, &taken);
     }
-    return put_ucs2(out, take_character(text));
+    if (taken == 0) {
+        take_one(text, out);
+        return 1;
+    }
+    if (digits == scratch)
+        memcpy(out, scratch, 4 * static_cast<size_t>(taken));
+    return taken;
+}
+
+int utf8_to_unicode_digits(const char **from, char *output, int max_chars)
+{
+    const char *text = *from;
+    const char *begin = output;
+    const char *end = text + (max_chars > 0 ? strnlen(text, 6 * static_cast<size_t>(max_chars)) : 0);
+
+    while (max_chars > 0 && text < end) {
+        const int taken = take_characters(&text, end, max_chars, output);
+
+        max_chars -= taken;
+        output += 4 * taken;
+    }
+    *output = '\0';
+    *from = text;
+    return static_cast<int>(output - begin);
 }
 
 const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, int max_chars)
@@ -526,21 +664,7 @@ const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, in
         DV_EVENT("output_str is NULL, return");
         return nullptr;
     }
-    const char *end = text + (max_chars > 0 ? strnlen(text, 6 * static_cast<size_t>(max_chars)) : 0);
-
-    while (max_chars > 0 && text < end) {
-        uint8_t octets[2 * 64];
-        uint8_t *filled = octets;
-
-        while (octets + sizeof octets - filled >= 2 * (TAKEN_AT_ONCE + 1) && max_chars > 0 && text < end) {
-            uint8_t *before = filled;
-
-            filled = take_characters(&text, end, max_chars, filled);
-            max_chars -= static_cast<int>(filled - before) / 2;
-        }
-        output += bytes_to_hex(octets, output, static_cast<int>(filled - octets));
-    }
-    *output = '\0';
+    utf8_to_unicode_digits(&text, output, max_chars);
     return text;
 }
 

@@ -164,10 +164,7 @@ static user_data add_septets(dv_sms_pdu *record)
 static user_data add_ucs2(dv_sms_pdu *record)
 {
     dv_sms_send_ctx *state = &dv_sms_send_state;
-    auto *text = reinterpret_cast<char *>(record->ud);
-
-    state->text_pos = dv_sms_mgr_utf8_to_unicode_string(state->text_pos, text, state->seg_size);
-    const auto digits = static_cast<int>(strlen(text));
+    const int digits = utf8_to_unicode_digits(&state->text_pos, reinterpret_cast<char *>(record->ud), state->seg_size);
 
     return {digits / 2, digits};
 }
@@ -203,8 +200,38 @@ static char *put_digits(char *out, const char **digits, size_t octets)
     return out + 2 * octets;
 }
 
+/* How many characters of a record's texts go into the PDU. */
+struct text_lengths {
+    size_t smsc_digits;
+    size_t dest_digits;
+    size_t ud; /* of UCS-2 */
+};
+
+static char *put_text(char *out, const void *text, size_t length)
+{
+    memcpy(out, text, length);
+    return out + length;
+}
+
+static text_lengths measured(const dv_sms_pdu *record)
+{
+    if (record == nullptr)
+        return {};
+    return {strlen(record->smsc_digits), strlen(record->dest_digits),
+            record->dcs == DCS_UCS2 ? strlen(reinterpret_cast<const char *>(record->ud)) : 0};
+}
+
+/* The same of a record whose lengths were made with its texts. */
+static text_lengths known(const dv_sms_pdu *record, int udl)
+{
+    const int header = record->udh_len > 0 ? UDH_OCTETS : 0;
+
+    return {2 * (size_t{record->smsc_len} - 1), size_t{record->dest_len} + record->dest_len % 2,
+            2 * static_cast<size_t>(udl - header)};
+}
+
 /* All octets around the addresses are made digits at once. Where the text ends; null: a null argument. */
-static char *write_pdu(const dv_sms_pdu *record, char *out)
+static char *write_pdu(const dv_sms_pdu *record, const text_lengths &lengths, char *out)
 {
     if (record == nullptr || out == nullptr)
         return nullptr;
@@ -220,14 +247,14 @@ static char *write_pdu(const dv_sms_pdu *record, char *out)
 
     bytes_to_hex(octets, digits, sizeof octets);
     out = put_digits(out, &next, 2);
-    out = stpcpy(out, record->smsc_digits);
+    out = put_text(out, record->smsc_digits, lengths.smsc_digits);
     out = put_digits(out, &next, 4);
-    out = stpcpy(out, record->dest_digits);
+    out = put_text(out, record->dest_digits, lengths.dest_digits);
     out = put_digits(out, &next, 4);
     if (record->first_octet & UDHI_BIT)
         out = put_digits(out, &next, UDH_OCTETS);
     if (record->dcs == DCS_UCS2)
-        out = stpcpy(out, reinterpret_cast<const char *>(record->ud));
+        out = put_text(out, record->ud, lengths.ud);
     else
         out += bytes_to_hex(record->ud, out, record->ud_count);
     *out++ = CTRL_Z;
@@ -237,7 +264,7 @@ static char *write_pdu(const dv_sms_pdu *record, char *out)
 
 int dv_sms_mgr_pdu_to_str(const dv_sms_pdu *record, char *output)
 {
-    return write_pdu(record, output) != nullptr ? 0 : -1;
+    return write_pdu(record, measured(record), output) != nullptr ? 0 : -1;
 }
 
 int dv_sms_mgr_pack_pdu_data()
@@ -266,7 +293,7 @@ int dv_sms_mgr_pack_pdu_data()
         return -1;
     }
     record->udl = static_cast<uint8_t>(udl);
-    char *end = write_pdu(record, dv_sms_pdu_text);
+    char *end = write_pdu(record, known(record, udl), dv_sms_pdu_text);
 
     if (end == nullptr) {
         DV_TRACE("dv_sms_mgr_pdu_to_str failed");
@@ -278,8 +305,10 @@ int dv_sms_mgr_pack_pdu_data()
 
 /* --- checks and segmentation --- */
 
+/* What is done once for a message, and waits for the modem, is made small here and not fast ("cold"). */
+
 /* 0: asked, whether the modem knows it or not; -1: it did not answer. */
-static int ask_smsc()
+[[gnu::cold]] static int ask_smsc()
 {
     static constexpr char answer[] = "\r\n+CSCA: \"";
     char reply[256] = {};
@@ -298,7 +327,7 @@ static int ask_smsc()
     return 0;
 }
 
-int dv_sms_mgr_check_smsc()
+[[gnu::cold]] int dv_sms_mgr_check_smsc()
 {
     memset(dv_sms_smsc, 0, sizeof dv_sms_smsc);
     flag_get_item(SMS_CSCA_FLAG, dv_sms_smsc, SMSC_SIZE);
@@ -309,11 +338,13 @@ int dv_sms_mgr_is_ascii(const char *text, int length)
 {
     constexpr uint64_t high_bits = 0x8080808080808080;
 
-    if (length >= 8) {
-        for (int i = 0; i + 8 < length; i += 8)
-            if (load_eight(text + i) & high_bits)
+    if (length >= 16) {
+        const uint64_t last = load_eight(text + length - 16) | load_eight(text + length - 8); /* may overlap */
+
+        for (int i = 0; i + 16 < length; i += 16)
+            if ((load_eight(text + i) | load_eight(text + i + 8)) & high_bits)
                 return 0;
-        return (load_eight(text + length - 8) & high_bits) == 0; /* may overlap the last */
+        return (last & high_bits) == 0;
     }
     for (int i = 0; i < length; i++)
         if (static_cast<uint8_t>(text[i]) >= 0x80)
@@ -366,7 +397,7 @@ void dv_sms_mgr_segment_text(int length)
     }
 }
 
-int dv_sms_mgr_check_send_sms(int length)
+[[gnu::cold]] int dv_sms_mgr_check_send_sms(int length)
 {
     if (dv_sms_mgr_check_smsc() != 0) {
         DV_EVENT("check smsc failed, return");
@@ -380,7 +411,7 @@ int dv_sms_mgr_check_send_sms(int length)
     return 0;
 }
 
-int dv_sms_mgr_parse_send_data(const sockmsg_record *record)
+[[gnu::cold]] int dv_sms_mgr_parse_send_data(const sockmsg_record *record)
 {
     sms_fields fields;
 
@@ -404,7 +435,7 @@ int dv_sms_mgr_parse_send_data(const sockmsg_record *record)
 
 /* --- submission --- */
 
-int dv_sms_mgr_send_pdu_sms()
+[[gnu::cold]] int dv_sms_mgr_send_pdu_sms()
 {
     const int octets = static_cast<int>(strlen(dv_sms_pdu_text) / 2) - dv_sms_send_pdu.smsc_len - 1;
     char command[PDU_TEXT_SIZE + 32];
@@ -425,7 +456,7 @@ int dv_sms_mgr_send_pdu_sms()
 }
 
 /* Sends all parts, in order; the first that fails ends it. */
-static int send_parts()
+[[gnu::cold]] static int send_parts()
 {
     while (dv_sms_send_state.seq <= dv_sms_send_state.total) {
         if (dv_sms_mgr_pack_pdu_data() != 0) {
@@ -440,7 +471,7 @@ static int send_parts()
     return 0;
 }
 
-int dv_sms_mgr_send_sms(const sockmsg_record *record)
+[[gnu::cold]] int dv_sms_mgr_send_sms(const sockmsg_record *record)
 {
     int result = dv_sms_mgr_parse_send_data(record);
 

@@ -18,7 +18,7 @@ CHANGES = [
     # --- hexadecimal text, semi-octets, septets ---
     ("half a pair is converted", PDU, "(strnlen(text, 2 * static_cast<size_t>(max_bytes)) / 2)", "((strnlen(text, 2 * static_cast<size_t>(max_bytes)) + 1) / 2)"),
     ("a small fill stays", PDU, " || text[even - 1] == 'f'", ""),
-    ("an odd number is filled with 0", PDU, "text[i] = 'F';", "text[i] = '0';"),
+    ("an odd number is filled with 0", PDU, "text[pairs] = 'F';", "text[pairs] = '0';"),
     ("no number has a Z", PDU, "letter <= 'Z'", "letter < 'Z'"),
     ("F is a letter", PDU, " && letter != 'F'", ""),
     ("packed septets have no zero behind them", PDU, "    octets[written] = 0;\n", ""),

@@ -90,6 +90,28 @@ TEST_F(charset_septets, packing_masks_nothing)
     }
 }
 
+TEST_F(charset_septets, one_septet_with_its_highest_bit_at_every_place)
+{
+    for (size_t count = 1; count <= 40; count++) {
+        for (size_t place = 0; place < count; place++) {
+            reference::bytes septets = draw(count, 128), expected = reference::pack(septets);
+            marked_buffer octets(expected.size() + 1, '~');
+
+            septets[place] |= 0x80;
+            if (place % 8 != 7 || place + 1 == count) { /* what is carried over; the eighth has nothing left over */
+                const size_t behind = place / 8 * 7 + place % 8;
+                if (behind < expected.size())
+                    expected[behind] = static_cast<uint8_t>(expected[behind] + (0x80U >> place % 8));
+            }
+            ASSERT_EQ(static_cast<int>(expected.size()),
+                      dv_sms_mgr_pack_7bit(septets.data(), octets.octets(), static_cast<int>(count)));
+            EXPECT_TRUE(octets.intact());
+            ASSERT_EQ(expected, reference::bytes(octets.octets(), octets.octets() + expected.size()))
+                << count << " at " << place;
+        }
+    }
+}
+
 TEST_F(charset_septets, unpacking_agrees_with_the_bits_at_every_offset)
 {
     for (int offset = 0; offset < 8; offset++) {

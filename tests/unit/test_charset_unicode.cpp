@@ -199,14 +199,16 @@ TEST_F(charset_unicode, whole_and_malformed_characters_in_any_order)
 {
     static const char *const pieces[] = {"\xE4\xB8\xAD", "\xE4\xB8\xAD", "\xC3\xA9", "\xC3\xA9", "A",    "\xE4",
                                          "\xB8",         "\xC3",         "\xF0\x9F", "\xE4\xB8", "\xFF", "\xC3\xC3"};
+    constexpr size_t whole = 5; /* those in front */
     std::mt19937 random{23038};
 
     for (int round = 0; round < 20000; round++) {
         std::string text;
         int count = 0;
 
-        for (size_t n = random() % 12; n > 0; n--)
-            text += pieces[random() % std::size(pieces)];
+        /* In every other round most are whole, so that whole blocks of text are. */
+        for (size_t n = random() % (round % 2 == 0 ? 12 : 40); n > 0; n--)
+            text += pieces[random() % (round % 2 == 0 || random() % 16 == 0 ? std::size(pieces) : whole)];
         const std::string expected = hex_one_by_one(text, &count);
         ASSERT_EQ(count, dv_sms_mgr_utf8_char_count(text.c_str())) << round;
         ASSERT_EQ(expected, to_hex(text, plenty, 4 * text.size() + 1).hex) << round;
@@ -224,6 +226,50 @@ TEST_F(charset_unicode, every_character_of_the_basic_plane_there_and_back)
         ASSERT_EQ(reference::hex({octets[0], octets[1]}), hex);
         dv_sms_mgr_ucs2_to_utf8_string(octets, back, 2);
         ASSERT_EQ(text, back) << value;
+    }
+}
+
+TEST_F(charset_unicode, every_character_of_the_basic_plane_among_its_like)
+{
+    for (unsigned value = 1; value <= 0xFFFF; value++) {
+        const std::string one = reference::utf8(value);
+        const std::string hex = reference::hex({static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)});
+        std::string text, expected;
+
+        for (int i = 0; i < 7; i++) {
+            text += one;
+            expected += hex;
+        }
+        ASSERT_EQ(expected, to_hex(text, plenty, expected.size() + 1).hex) << value;
+        ASSERT_EQ(7, dv_sms_mgr_utf8_char_count(text.c_str())) << value;
+    }
+}
+
+TEST_F(charset_unicode, words_of_every_length)
+{
+    for (size_t letters = 0; letters < 12; letters++) {
+        std::string text, expected;
+
+        for (int word = 0; word < 6; word++) {
+            for (size_t i = 0; i < letters; i++) {
+                text += "ж";
+                expected += "0436";
+            }
+            text += "\x7F";
+            expected += "007F";
+        }
+        ASSERT_EQ(expected, to_hex(text, plenty, expected.size() + 1).hex) << letters;
+    }
+}
+
+TEST_F(charset_unicode, character_count_of_a_long_text)
+{
+    for (const char *one : {"é", "中", "x"}) {
+        std::string text;
+
+        for (int i = 0; i < 10000; i++)
+            text += one;
+        EXPECT_EQ(10000, dv_sms_mgr_utf8_char_count(exact_text(text).c_str())) << one;
     }
 }
 
