@@ -8,6 +8,5 @@ EQUIVALENT = {
     "parts of 140 octets": "no text is sent as 8-bit data",
     "the destination is checked first": "a refused number is reported in the same words, whichever it is",
     "a record that did not fit counts as written": "nothing is kept back, so the closing does not fail for want of room",
-    "blocks hold bytes above ASCII": "the other sums refuse such a block, too",
     "the old answer stays in the buffer": "only an answer delivered since is looked at, and it fills the buffer",
 }

@@ -242,10 +242,10 @@ TEST_F(charset_tables, bytes_above_ascii_change_nothing_of_their_neighbours)
 
 TEST_F(charset_tables, every_code_at_every_place_among_letters)
 {
-    for (int code = 0; code < 128; code++) {
-        const std::string alone = to_utf8(std::string(1, static_cast<char>(code)));
+    for (int code = 0; code < 256; code++) { /* of which seven bits are looked at */
+        const std::string alone = to_utf8(std::string(1, static_cast<char>(code & 0x7F)));
 
-        for (size_t place = 0; place < 35 && code != 0x1B; place++) {
+        for (size_t place = 0; place < 35 && (code & 0x7F) != 0x1B; place++) {
             std::string septets = "abcdefghIJKLMNOPqrstuvwxYZabcdefGHI", expected = septets;
 
             septets[place] = static_cast<char>(code);
