@@ -203,9 +203,10 @@ Body body_of(Dice &dice, Kind kind)
 
 Delivered delivered(Dice &dice, Kind kind)
 {
-    const std::string stamp = "24" + std::string(dice.roll(2) ? "03" : "11") + std::to_string(10 + dice.roll(18)) +
-                              std::to_string(10 + dice.roll(14)) + std::to_string(10 + dice.roll(50)) +
-                              std::to_string(10 + dice.roll(50)) + "00";
+    std::string stamp = dice.roll(2) ? "2403" : "2411";
+    for (const unsigned values : {18u, 14u, 50u, 50u}) /* day, hour, minute, second */
+        stamp += std::to_string(10 + dice.roll(values));
+    stamp += "00";
     const Body body = body_of(dice, kind);
     const std::string sender = kind == Kind::name ? short_name(dice) : "+" + digits(dice, 10 + dice.roll(4));
     std::vector<uint8_t> octets = {7, 0x91};
