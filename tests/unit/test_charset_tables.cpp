@@ -277,6 +277,15 @@ TEST_F(charset_tables, the_length_counts_not_the_terminator)
     EXPECT_STREQ("ab{d", dv_sms_send_text);
 }
 
+TEST_F(charset_tables, the_last_characters_of_a_full_buffer)
+{
+    /* What needs an escape moves the rest to where no whole block is left at the end. */
+    const std::string front(15, 'a'), codes(PDU_WORK_SIZE - 17, 'x'), letters(SEND_TEXT_MAX - 17, 'x');
+
+    EXPECT_EQ(front + "{" + codes, to_utf8(front + "\x1B\x28" + codes).substr(0, PDU_WORK_SIZE - 1));
+    EXPECT_EQ(front + "\x1B\x3C" + letters, to_septets(front + "[" + letters));
+}
+
 TEST_F(charset_tables, a_text_that_grows_past_its_end_is_left_as_it_is_from_there)
 {
     std::string text = "[" + std::string(SEND_TEXT_MAX - 1, '@');
