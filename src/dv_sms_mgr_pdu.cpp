@@ -641,10 +641,12 @@ static int take_characters(const char **text, const char *end, int max_chars, ch
     return taken;
 }
 
-int utf8_to_unicode_digits(const char **from, char *output, int max_chars)
+const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, int max_chars)
 {
-    const char *text = *from;
-    const char *begin = output;
+    if (output == nullptr) {
+        DV_EVENT("output_str is NULL, return");
+        return nullptr;
+    }
     const char *end = text + (max_chars > 0 ? strnlen(text, 6 * static_cast<size_t>(max_chars)) : 0);
 
     while (max_chars > 0 && text < end) {
@@ -654,17 +656,6 @@ int utf8_to_unicode_digits(const char **from, char *output, int max_chars)
         output += 4 * taken;
     }
     *output = '\0';
-    *from = text;
-    return static_cast<int>(output - begin);
-}
-
-const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, int max_chars)
-{
-    if (output == nullptr) {
-        DV_EVENT("output_str is NULL, return");
-        return nullptr;
-    }
-    utf8_to_unicode_digits(&text, output, max_chars);
     return text;
 }
 

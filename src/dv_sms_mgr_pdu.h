@@ -107,9 +107,6 @@ int dv_sms_mgr_utf8_to_unicode_one(const char *sequence, uint32_t *value, int le
  * 4 * max_chars + 1 bytes. The position behind the last character converted; null without an output. */
 const char *dv_sms_mgr_utf8_to_unicode_string(const char *text, char *output, int max_chars);
 
-/* The same, the output being there; the text's position moves. The digits written. */
-int utf8_to_unicode_digits(const char **text, char *output, int max_chars);
-
 /* One value as 1 to 6 bytes; the output's capacity must be above 6. The bytes written: 0 for a value
  * above 0x7FFFFFFF; -1 for no or too small an output. */
 int dv_sms_mgr_unicode_to_utf8_one(uint32_t value, char *output, int capacity);

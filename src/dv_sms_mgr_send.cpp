@@ -164,7 +164,10 @@ static user_data add_septets(dv_sms_pdu *record)
 static user_data add_ucs2(dv_sms_pdu *record)
 {
     dv_sms_send_ctx *state = &dv_sms_send_state;
-    const int digits = utf8_to_unicode_digits(&state->text_pos, reinterpret_cast<char *>(record->ud), state->seg_size);
+    auto *text = reinterpret_cast<char *>(record->ud);
+
+    state->text_pos = dv_sms_mgr_utf8_to_unicode_string(state->text_pos, text, state->seg_size);
+    const auto digits = static_cast<int>(strlen(text));
 
     return {digits / 2, digits};
 }
@@ -200,38 +203,8 @@ static char *put_digits(char *out, const char **digits, size_t octets)
     return out + 2 * octets;
 }
 
-/* How many characters of a record's texts go into the PDU. */
-struct text_lengths {
-    size_t smsc_digits;
-    size_t dest_digits;
-    size_t ud; /* of UCS-2 */
-};
-
-static char *put_text(char *out, const void *text, size_t length)
-{
-    memcpy(out, text, length);
-    return out + length;
-}
-
-static text_lengths measured(const dv_sms_pdu *record)
-{
-    if (record == nullptr)
-        return {};
-    return {strlen(record->smsc_digits), strlen(record->dest_digits),
-            record->dcs == DCS_UCS2 ? strlen(reinterpret_cast<const char *>(record->ud)) : 0};
-}
-
-/* The same of a record whose lengths were made with its texts. */
-static text_lengths known(const dv_sms_pdu *record, int udl)
-{
-    const int header = record->udh_len > 0 ? UDH_OCTETS : 0;
-
-    return {2 * (size_t{record->smsc_len} - 1), size_t{record->dest_len} + record->dest_len % 2,
-            2 * static_cast<size_t>(udl - header)};
-}
-
 /* All octets around the addresses are made digits at once. Where the text ends; null: a null argument. */
-static char *write_pdu(const dv_sms_pdu *record, const text_lengths &lengths, char *out)
+static char *write_pdu(const dv_sms_pdu *record, char *out)
 {
     if (record == nullptr || out == nullptr)
         return nullptr;
@@ -247,14 +220,14 @@ static char *write_pdu(const dv_sms_pdu *record, const text_lengths &lengths, ch
 
     bytes_to_hex(octets, digits, sizeof octets);
     out = put_digits(out, &next, 2);
-    out = put_text(out, record->smsc_digits, lengths.smsc_digits);
+    out = stpcpy(out, record->smsc_digits);
     out = put_digits(out, &next, 4);
-    out = put_text(out, record->dest_digits, lengths.dest_digits);
+    out = stpcpy(out, record->dest_digits);
     out = put_digits(out, &next, 4);
     if (record->first_octet & UDHI_BIT)
         out = put_digits(out, &next, UDH_OCTETS);
     if (record->dcs == DCS_UCS2)
-        out = put_text(out, record->ud, lengths.ud);
+        out = stpcpy(out, reinterpret_cast<const char *>(record->ud));
     else
         out += bytes_to_hex(record->ud, out, record->ud_count);
     *out++ = CTRL_Z;
@@ -264,7 +237,7 @@ static char *write_pdu(const dv_sms_pdu *record, const text_lengths &lengths, ch
 
 int dv_sms_mgr_pdu_to_str(const dv_sms_pdu *record, char *output)
 {
-    return write_pdu(record, measured(record), output) != nullptr ? 0 : -1;
+    return write_pdu(record, output) != nullptr ? 0 : -1;
 }
 
 int dv_sms_mgr_pack_pdu_data()
@@ -293,7 +266,7 @@ int dv_sms_mgr_pack_pdu_data()
         return -1;
     }
     record->udl = static_cast<uint8_t>(udl);
-    char *end = write_pdu(record, known(record, udl), dv_sms_pdu_text);
+    char *end = write_pdu(record, dv_sms_pdu_text);
 
     if (end == nullptr) {
         DV_TRACE("dv_sms_mgr_pdu_to_str failed");
